@@ -1,0 +1,66 @@
+/* Client diagnostics: posting numbered messages, the log file and the debug
+ * switch. */
+#include <cstdio>
+
+#include "Client.h"
+#include "MessageTemplate.h"
+#include "msgManager.h"
+
+void Client::PrintMessage(std::string id, ...) {
+    if (logFile == nullptr && debugFlag != 1) return;
+    va_list args;
+    va_start(args, id);
+    if (debugFlag == 1) {
+        std::vector<std::string> out;
+        messages->postMsgVaList(id.c_str(), args, out, 0);
+    }
+    // The catalogue reads its own copy of the list, so the log line below
+    // still starts at the message's first argument.
+    if (logFile != nullptr) tetherhost::appendLogLine(*messages, logFile, logFileName, id, args);
+    va_end(args);
+}
+
+int Client::Set_Debug_On() {
+    PrintMessage("1100", clientName.c_str());
+    if (debugFlag == 1) PrintMessage("1035", clientName.c_str());
+    debugFlag = 1;
+    return 0;
+}
+
+int Client::Set_Debug_Off() {
+    PrintMessage("1101", clientName.c_str());
+    if (debugFlag == 0) PrintMessage("1036", clientName.c_str());
+    debugFlag = 0;
+    return 0;
+}
+
+int Client::Set_Log_File(const char* name) {
+    PrintMessage("1099", clientName.c_str());
+    if (name[0] == '\0') {
+        PrintMessage("1029", clientName.c_str());
+        SetClientStatus(-1016);
+        return -1016;
+    }
+    logFileName = name;
+    logFile = std::fopen(name, "w");
+    if (logFile == nullptr) return -1;
+    // The closed stream's value stays as the marker that a log file is set;
+    // every message reopens the file by name.
+    std::fclose(logFile);
+    return 0;
+}
+
+int Client::Get_Log_file() {
+    if (logFileName.empty()) {
+        PrintMessage("1032", clientName.c_str());
+        SetClientStatus(-1016);
+        return -1016;
+    }
+    if (logFileDetail.empty()) {
+        PrintMessage("1033", clientName.c_str());
+        SetClientStatus(-1017);
+        return -1017;
+    }
+    PrintMessage("1034", clientName.c_str(), logFileName.c_str(), clientName.c_str(), logFileDetail.c_str());
+    return 0;
+}

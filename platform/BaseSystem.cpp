@@ -1,0 +1,11 @@
+/* BaseSystem: the running executable's directory, read from /proc/self/exe. */
+#include "BaseSystem.h"
+
+#include <QFileInfo>
+
+QDir BaseSystem::getBinaryPath() {
+    const QFileInfo executable(QStringLiteral("/proc/self/exe"));
+    const QString target = executable.symLinkTarget();
+    if (target.isEmpty()) return QDir::current();
+    return QFileInfo(target).absoluteDir();
+}
