@@ -1,0 +1,26 @@
+/* Bytes of heap in use by the process, from the allocator that is actually
+ * linked: AddressSanitizer's when the tests run under it, glibc's otherwise. */
+#ifndef TETHERHOST_TESTS_HEAPUSAGE_H
+#define TETHERHOST_TESTS_HEAPUSAGE_H
+
+#include <cstddef>
+
+#if defined(__SANITIZE_ADDRESS__)
+#include <sanitizer/allocator_interface.h>
+#else
+#include <malloc.h>
+#endif
+
+namespace tetherhost::test {
+
+inline std::size_t heapInUse() {
+#if defined(__SANITIZE_ADDRESS__)
+    return __sanitizer_get_current_allocated_bytes();
+#else
+    return mallinfo2().uordblks;
+#endif
+}
+
+}  // namespace tetherhost::test
+
+#endif
