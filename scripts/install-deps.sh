@@ -1,0 +1,20 @@
+#!/usr/bin/env bash
+# Installs, as root on Debian 12, every package the build, the tests and the
+# benchmarks need. Safe to run again.
+set -euo pipefail
+export DEBIAN_FRONTEND=noninteractive
+packages=(
+  cmake ninja-build g++ pkg-config binutils libc-dev-bin sysvinit-utils iproute2
+  qt6-base-dev
+  libgtest-dev libgmock-dev libbenchmark-dev
+  libasio-dev libcli11-dev nlohmann-json3-dev
+)
+if [ "${TETHERHOST_QT5:-0}" = 1 ]; then packages+=(qtbase5-dev); fi
+missing=()
+for p in "${packages[@]}"; do
+  dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed' || missing+=("$p")
+done
+if [ ${#missing[@]} -gt 0 ]; then
+  apt-get update -qq
+  apt-get install -y -qq --no-install-recommends "${missing[@]}"
+fi
