@@ -34,7 +34,8 @@ constexpr int messageSet = 1;
 
 struct Catalogue {
     std::once_flag opened;
-    nl_catd handle = reinterpret_cast<nl_catd>(-1);
+    bool available = false;  // catopen found a catalogue file
+    nl_catd handle{};
     std::string module;
 };
 
@@ -59,16 +60,15 @@ msgManager::msgManager(const char* module) {
     std::call_once(shared.opened, [&shared, module] {
         shared.module = module;
         shared.handle = catopen(module, NL_CAT_LOCALE);
+        shared.available = shared.handle != reinterpret_cast<nl_catd>(-1);  // NOLINT(performance-no-int-to-ptr): catopen's failure value
     });
 }
-
-msgManager::~msgManager() = default;
 
 int msgManager::queryMsgString(const char* id, std::string& text) {
     const int number = static_cast<int>(std::strtol(id, nullptr, 10));
     const char* builtin = builtinText(number);
-    const nl_catd handle = catalogue().handle;
-    text = handle == reinterpret_cast<nl_catd>(-1) ? builtin : catgets(handle, messageSet, number, builtin);
+    const Catalogue& shared = catalogue();
+    text = shared.available ? catgets(shared.handle, messageSet, number, builtin) : builtin;
     return 0;
 }
 

@@ -20,7 +20,7 @@ public:
     static void operator delete(void* handle);
 
     explicit msgManager(const char* module);
-    ~msgManager();
+    ~msgManager() = default;
 
     /** Sets `text` to the template of message `id`: the text of the catalogue
      * found through NLSPATH, or the built-in text; empty for an unknown id. */
