@@ -3,10 +3,11 @@
  * one receive of a peer that reads twice without sending in between: before
  * the second message it waits until the peer has taken the first.
  *
- * On a Unix socketpair the sender's own SIOCOUTQ counts exactly those bytes.
- * On TCP over loopback the kernel's socket diagnostics (NETLINK_SOCK_DIAG,
- * inet_diag) report the receive queue of the peer's socket, found by the
- * connection's addresses and ports. */
+ * The kernel's socket diagnostics (NETLINK_SOCK_DIAG) report the receive
+ * queue of the peer's socket: on TCP over loopback (inet_diag) it is found by
+ * the connection's addresses and ports, on a Unix socketpair (unix_diag) by
+ * the peer inode that our own socket names. (The sender's own SIOCOUTQ on a
+ * Unix socket counts kernel memory, several hundred bytes per send.) */
 #ifndef TETHERHOST_PROTOCOL_RECEIVEQUEUE_H
 #define TETHERHOST_PROTOCOL_RECEIVEQUEUE_H
 
