@@ -1,0 +1,191 @@
+/* Session and connection: Client::Connect, which connects to the server on
+ * 127.0.0.1:4001 (starting the server when none runs) and introduces the
+ * client by name, the server reaper it installs, and Client::Disconnect. */
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+
+#include <QByteArray>
+#include <QDir>
+#include <QString>
+
+#include "BaseSystem.h"
+#include "Client.h"
+#include "ClientUtils.h"
+#include "Wire.h"
+#include "protocol/Vocabulary.h"
+
+namespace {
+
+namespace wire = tetherhost::wire;
+
+constexpr char serverAddress[] = "127.0.0.1";
+constexpr int tcpProtocol = 6;
+constexpr socklen_t serverAddressLength = 16;
+constexpr char serverProgram[] = "tetherhost";
+constexpr unsigned int serverStartWait = 5;
+
+constexpr int socketUnavailable = -1004;
+constexpr int noDescriptor = -1005;
+constexpr int farewellRefused = -1008;
+constexpr int shutdownFailed = -1009;
+
+/* The server reaper: collects every finished child of the process, not only
+ * the servers Connect starts. It stays installed for the life of the
+ * process. errno is kept for the code the signal interrupted. */
+void reapServers(int) {
+    const int savedErrno = errno;
+    int status;
+    while (waitpid(-1, &status, WNOHANG) > 0) {
+    }
+    errno = savedErrno;
+}
+
+/* A TCP socket that the programs the host starts (the server among them)
+ * do not inherit. */
+int openServerSocket() { return socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, tcpProtocol); }
+
+sockaddr_in serverSocketAddress() {
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = inet_addr(serverAddress);
+    address.sin_port = htons(tetherhost::vocabulary::serverPort);
+    return address;
+}
+
+/* The server executable: "tetherhost" in the caller's directory when one is
+ * named, otherwise in the directory of the running executable. Whether the
+ * file exists is not tested: a missing one shows as a failed second attempt. */
+QString serverPath(const char* serverDirectory) {
+    QString path = BaseSystem::getBinaryPath().absolutePath();
+    if (serverDirectory != nullptr && serverDirectory[0] != '\0') path = QString::fromLatin1(serverDirectory);
+    path.append(QStringLiteral("/tetherhost"));
+    return path;
+}
+
+/* Starts the server from `path` in a process group of its own and waits five
+ * seconds for it to listen. A child whose exec fails is not ended: it returns
+ * from here like the parent and goes on as a client of its own. */
+void startServer(const QString& path) {
+    const pid_t child = fork();
+    if (child == 0) {
+        setpgid(0, 0);
+        const QByteArray localPath = path.toLocal8Bit();
+        execlp(localPath.constData(), serverProgram, static_cast<char*>(nullptr));
+        // Only reached when the exec failed. Signal 0 sends nothing: the
+        // child is left running on purpose.
+        kill(getpid(), 0);
+    } else if (child > 0) {
+        int status;
+        waitpid(child, &status, WNOHANG);
+    } else {
+        std::puts("Fork() function failed.");
+    }
+    sleep(serverStartWait);
+}
+
+}  // namespace
+
+int Client::Connect(char*, const char* requestedLogFile, const char* serverDirectory) {
+    ClientUtils utils(debugFlag, logFile, clientName, logFileName);
+    wire::FrameBuffer working;
+    const char* name = clientName.c_str();
+    PrintMessage("1089", name);
+
+    // Creates the socket, fills in the address and connects: true when the
+    // connection stands. A socket that cannot be created leaves -1 here.
+    auto attempt = [&]() -> bool {
+        clientSocket = openServerSocket();
+        if (clientSocket == -1) return false;
+        PrintMessage("1090", name);
+        const sockaddr_in address = serverSocketAddress();
+        PrintMessage("1091", name);
+        return connect(clientSocket, reinterpret_cast<const sockaddr*>(&address), serverAddressLength) != -1;
+    };
+    auto socketFailed = [&]() {
+        clientSocket = 0;
+        return socketUnavailable;
+    };
+
+    if (!attempt()) {
+        if (clientSocket == -1) return socketFailed();
+        close(clientSocket);
+        clientSocket = 0;
+        PrintMessage("1106", name);
+        if (utils.DetectServer() != 0) {
+            PrintMessage("1002", name);
+        } else {
+            PrintMessage("1001", name);
+            const QString path = serverPath(serverDirectory);
+            PrintMessage("1108", name);
+            signal(SIGCHLD, reapServers);
+            startServer(path);
+        }
+        if (attempt()) {
+            // Cannot hold after a socket was created; kept as the last guard
+            // before the descriptor is used.
+            if (clientSocket == -1) {
+                PrintMessage("1004", name, name);
+                SetClientStatus(noDescriptor);
+                return noDescriptor;
+            }
+        } else {
+            if (clientSocket == -1) return socketFailed();
+            // A refused second attempt goes on with descriptor 0: the name's
+            // send then fails there (descriptor 0 is normally no socket).
+            close(clientSocket);
+            clientSocket = 0;
+        }
+    }
+
+    // The introduction: the name and its NUL, answered by at least one byte
+    // of any content.
+    working.clear();
+    working.setText(name);
+    if (wire::failed(working.sendFrame(clientSocket))) {
+        PrintMessage("1006", working.text(), working.text());
+        SetClientStatus(wire::sendFailed);
+        return wire::sendFailed;
+    }
+    if (wire::failed(working.receive(clientSocket, wire::frameSize))) {
+        PrintMessage("1007", working.text(), working.text());
+        // Recorded as a failed receive, reported as a failed connection.
+        SetClientStatus(wire::receiveFailed);
+        return wire::sendFailed;
+    }
+    if (requestedLogFile != nullptr && requestedLogFile[0] != '\0') {
+        PrintMessage("1092", name);
+        Set_Log_File(requestedLogFile);
+    }
+    SetClientStatus(0);
+    return 0;
+}
+
+int Client::Disconnect() {
+    const char* name = clientName.c_str();
+    PrintMessage("1098", name);
+    const int farewell = Send(tetherhost::vocabulary::farewellCommand);
+    // Only -1 is a refusal; Send's failures and any other reply go on to the
+    // shutdown.
+    if (farewell == -1) {
+        PrintMessage("1026", name, name);
+        close(clientSocket);
+        SetClientStatus(farewellRefused);
+        return farewellRefused;
+    }
+    if (shutdown(clientSocket, SHUT_RDWR) == -1) {
+        PrintMessage("1027", name);
+        close(clientSocket);
+        SetClientStatus(shutdownFailed);
+        return shutdownFailed;
+    }
+    close(clientSocket);
+    PrintMessage("1028", name);
+    return 0;
+}

@@ -1,0 +1,196 @@
+/* The command dispatcher: Client::Send. It applies the lock gate, sends the
+ * command number and takes the server's answer, hands the rest of its
+ * argument list to the marshaller the command table names, and ends with the
+ * server's integer reply. */
+#include <algorithm>
+#include <cstdarg>
+#include <iterator>
+
+#include "Client.h"
+#include "ClientUtils.h"
+#include "Wire.h"
+#include "protocol/Vocabulary.h"
+
+namespace {
+
+namespace vocabulary = tetherhost::vocabulary;
+namespace wire = tetherhost::wire;
+using vocabulary::Marshal;
+
+/* Sent with its NUL in place of a lock-guarded command while the client
+ * does not hold both locks. */
+constexpr char pollFrame[] = "8888";
+
+/* Command 4's option table: always ten frames, slots 3 and 7 default to 1. */
+constexpr int optionCount = 10;
+constexpr int defaultOptions[optionCount] = {0, 0, 0, 1, 0, 0, 0, 1, 0, 0};
+
+/* A failed command frame is recorded as 1001 an instant before -1001. */
+constexpr int commandFrameUnsent = 1001;
+
+using BusTransfer = int (Client::*)(int&, int, int, va_list);
+
+/* The commands whose arguments are scan or bus transfers (19, 41, 42, 44,
+ * 46 to 48, 50 to 52), handed to the Client's own marshallers. */
+int marshalTransfer(Client& client, int& socket, const vocabulary::Command& entry, va_list args) {
+    switch (entry.marshal) {
+    case Marshal::GenericShift:
+        return client.sendShiftargs(socket, args);
+    case Marshal::SharedApps:
+        return client.sendSharedApps(socket, args);
+    case Marshal::PumpData:
+        return client.sendPumpData(socket, args);
+    case Marshal::JtagInterface:
+        return client.JTAGInterfaceFunc(socket, args);
+    default: {
+        // I2C or SSPI, the only other kinds that reach this function.
+        const BusTransfer transfer =
+            entry.marshal == Marshal::I2C ? &Client::sendI2CShiftargs : &Client::sendSSPIShiftargs;
+        // Commands 47 and 51 make a read-back transfer first on the same
+        // argument list; only the second transfer's result counts, and it
+        // runs even when the first failed.
+        if (entry.readOnlyFirst) (client.*transfer)(socket, 0, 1, args);
+        return (client.*transfer)(socket, entry.withWrite, entry.withReadBack, args);
+    }
+    }
+}
+
+}  // namespace
+
+int Client::Send(int command, ...) {
+    wire::FrameBuffer commandFrame;
+    wire::FrameBuffer reply;
+    wire::FrameBuffer option;
+    int options[optionCount];
+    std::copy(std::begin(defaultOptions), std::end(defaultOptions), options);
+    commandFrame.setNumber(command);
+    va_list args;
+    va_start(args, command);
+    SetClientStatus(0);
+    ClientUtils utils(debugFlag, logFile, clientName, logFileName);
+    const char* name = clientName.c_str();
+
+    // One frame and the server's answer to it, whose content is never
+    // examined: the answer's byte count, or -1001 / -1002 after "1009" /
+    // "1010".
+    auto exchange = [&](const char* frame, long length, wire::FrameBuffer& answer) -> int {
+        if (wire::failed(wire::sendBytes(clientSocket, frame, length))) {
+            PrintMessage("1009", name, name);
+            return wire::sendFailed;
+        }
+        const long received = answer.receive(clientSocket, wire::frameSize);
+        if (wire::failed(received)) {
+            PrintMessage("1010", name, name);
+            return wire::receiveFailed;
+        }
+        return static_cast<int>(received);
+    };
+    auto exchangeOption = [&]() -> int {
+        const int answered = exchange(option.text(), option.textLength() + 1, option);
+        option.clear();
+        return answered < 0 ? answered : 0;
+    };
+
+    // Command 4: two texts (never null), n and n option values, the ten
+    // option frames, then the session lock. Every one of the n values is
+    // taken from the list, so that it stays in step, but only ten slots
+    // exist.
+    auto openSession = [&]() -> int {
+        for (int text = 0; text < 2; ++text) {
+            option.setText(va_arg(args, const char*));
+            if (const int status = exchangeOption(); status < 0) return status;
+        }
+        const int given = va_arg(args, int);
+        for (int slot = 0; slot < given; ++slot) {
+            const int value = va_arg(args, int);
+            if (slot < optionCount) options[slot] = value;
+        }
+        for (const int value : options) {
+            option.setNumber(value);
+            if (const int status = exchangeOption(); status < 0) return status;
+        }
+        return utils.DetermineMutex(clientSocket, sessionMutex);
+    };
+
+    auto run = [&]() -> int {
+        if ((sessionMutex == 0 || commandMutex == 0) && vocabulary::isLockGuarded(command)) {
+            PrintMessage("1008", name, name);
+            const int polled = exchange(pollFrame, sizeof pollFrame, reply);
+            const int status = polled < 0 ? polled : 1;
+            SetClientStatus(status);
+            return status;
+        }
+
+        const int answered = exchange(commandFrame.text(), commandFrame.textLength() + 1, reply);
+        if (answered < 0) {
+            if (vocabulary::reconnectsOnFailure(command)) Connect(connectText.data(), nullptr, nullptr);
+            if (answered == wire::sendFailed) SetClientStatus(commandFrameUnsent);
+            SetClientStatus(answered);
+            return answered;
+        }
+        PrintMessage("1093", name, command);
+
+        // Commands without marshalling keep the answer's byte count as their
+        // result until the integer reply replaces it.
+        int result = answered;
+        const vocabulary::Command entry = vocabulary::command(command);
+        switch (entry.marshal) {
+        case Marshal::Nothing:
+            break;
+        case Marshal::Unknown:
+            PrintMessage("1013", name);
+            break;
+        case Marshal::TextsLenient:
+            result = utils.sendstrargs(clientSocket, entry.count, args);
+            break;
+        case Marshal::Ints:
+            result = utils.sendintargs(clientSocket, entry.count, args);
+            break;
+        case Marshal::TextsStrict:
+            result = utils.sendcharstarargs(clientSocket, entry.count, args);
+            break;
+        case Marshal::HeaderTrailer:
+            result = utils.sendSetHeaderTrailerargs(clientSocket, args);
+            break;
+        case Marshal::OpenSession:
+            result = openSession();
+            break;
+        case Marshal::CommandLock:
+            result = utils.DetermineMutex(clientSocket, commandMutex);
+            break;
+        // The releases report the session lock flag as it stands afterwards.
+        case Marshal::ReleaseCommandLock:
+            commandMutex = 0;
+            PrintMessage("1012", name, sessionMutex);
+            break;
+        case Marshal::ReleaseSessionLock:
+            sessionMutex = 0;
+            PrintMessage("1012", name, sessionMutex);
+            break;
+        case Marshal::Farewell:
+            sessionMutex = 0;
+            commandMutex = 0;
+            PrintMessage("1012", name, sessionMutex);
+            break;
+        case Marshal::GenericShift:
+        case Marshal::SharedApps:
+        case Marshal::PumpData:
+        case Marshal::JtagInterface:
+        case Marshal::I2C:
+        case Marshal::SSPI:
+            result = marshalTransfer(*this, clientSocket, entry, args);
+            break;
+        }
+
+        SetClientStatus(result);
+        if (result < 0 || !vocabulary::readsIntegerReply(command)) return result;
+        // Read's own status is what remains recorded; the result keeps the
+        // byte count (or the marshaller's 0) when the reply does not come.
+        SetClientStatus(Read(result));
+        return result;
+    };
+
+    const int result = run();
+    va_end(args);
+    return result;
+}

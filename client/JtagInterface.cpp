@@ -1,0 +1,91 @@
+/* The JTAG-interface sub-commands of command 44: the sub-command number as an
+ * argument frame, then its arguments in the pattern the vocabulary gives. */
+#include <cstdio>
+
+#include "Client.h"
+#include "ClientUtils.h"
+#include "TransferWire.h"
+#include "protocol/Vocabulary.h"
+
+namespace {
+
+namespace vocabulary = tetherhost::vocabulary;
+namespace wire = tetherhost::wire;
+using tetherhost::transfer::Channel;
+using tetherhost::transfer::Marshaller;
+using tetherhost::transfer::TokenNote;
+using vocabulary::SubPattern;
+
+/* The sub-command number is reported as if it were an integer argument. */
+constexpr Marshaller subCommandNumber{"1060", "1062", TokenNote::TokenText, "1061", nullptr,
+                                      false, false, false};
+/* Sub-commands 69 and 70: the decimal fraction in a standard frame. */
+constexpr Marshaller fractionFrame{"1054", "1055", TokenNote::None, nullptr, nullptr,
+                                   false, false, false};
+
+/* An int sent as a decimal fraction: through single precision, six digits
+ * after the point (5 becomes 5.000000). */
+void formatFraction(wire::FrameBuffer& buffer, int value) {
+    std::snprintf(buffer.data(), wire::frameSize, "%f",
+                  static_cast<double>(static_cast<float>(value)));
+}
+
+}  // namespace
+
+int Client::JTAGInterfaceFunc(int& socket, va_list args) {
+    const char* name = clientName.c_str();
+    wire::FrameBuffer buffer;
+    ClientUtils utils(debugFlag, logFile, clientName, logFileName);
+
+    const int number = va_arg(args, int);
+    const Channel channel(socket, this, name, subCommandNumber);
+    const int acknowledged = channel.sendToken(buffer, number);
+    if (acknowledged < 0) return acknowledged;
+    PrintMessage("1063", name, buffer.text());
+
+    const vocabulary::SubCommand entry = vocabulary::subCommand(number);
+    switch (entry.pattern) {
+    case SubPattern::Unknown:
+        PrintMessage("2000");
+        [[fallthrough]];
+    case SubPattern::NoArgs:
+        break;
+    case SubPattern::Ints:
+        return utils.sendintargs(socket, entry.count, args);
+    case SubPattern::Texts:
+        return utils.sendcharstarargs(socket, entry.count, args);
+    case SubPattern::IntTextInt:
+        // Each frame goes out whatever became of the one before it; only the
+        // last one's result counts.
+        utils.sendintargs(socket, 1, args);
+        utils.sendcharstarargs(socket, 1, args);
+        return utils.sendintargs(socket, 1, args);
+    case SubPattern::IntThenEmptyText:
+        // The integer frame's result is not looked at: the empty text call
+        // that follows decides, and it always succeeds.
+        utils.sendintargs(socket, 1, args);
+        return utils.sendcharstarargs(socket, 0, args);
+    case SubPattern::FractionStrict: {
+        const Channel fraction(socket, this, name, fractionFrame);
+        buffer.clear();
+        formatFraction(buffer, va_arg(args, int));
+        const int sent =
+            fraction.send(buffer.text(), static_cast<int>(buffer.textLength()) + 1);
+        return sent < 0 ? sent : fraction.receiveAcknowledgement(buffer);
+    }
+    case SubPattern::FractionFixed: {
+        // A whole 1024-byte frame, no messages, and any answer is accepted.
+        // The text overwrites the acknowledgement still in the buffer; the
+        // rest of the frame is zero.
+        formatFraction(buffer, va_arg(args, int));
+        if (wire::failed(wire::sendBytes(socket, buffer.data(), wire::frameSize)))
+            return wire::sendFailed;
+        const long received = buffer.receive(socket, 2);
+        return wire::failed(received) ? wire::receiveFailed : static_cast<int>(received);
+    }
+    case SubPattern::JtagShift:
+        return sendJTAGShiftargs(socket, args);
+    }
+    // Nothing follows the number: the result is its acknowledgement's byte count.
+    return acknowledged;
+}

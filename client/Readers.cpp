@@ -1,0 +1,87 @@
+/* Reply reading: the four Read overloads. Each asks for the server's reply
+ * with the request frame "+" and NUL and takes the reply in one receive;
+ * they differ only in their messages and in what they make of the text. */
+#include <cstdlib>
+#include <cstring>
+
+#include "Client.h"
+#include "Wire.h"
+
+namespace {
+
+using tetherhost::wire::frameSize;
+
+struct ReaderIds {
+    const char* entry;
+    const char* requestFailed;
+    const char* requestSent;
+    const char* receiveFailed;
+    const char* received;
+};
+
+constexpr ReaderIds textIds{"1094", "1014", "1015", "1016", "1017"};
+constexpr ReaderIds resultTextIds{"1095", "1014", "1015", "1016", "1017"};
+constexpr ReaderIds integerIds{"1096", "1018", "1019", "1020", "1021"};
+constexpr ReaderIds listIds{"1097", "1022", "1023", "1024", "1025"};
+
+constexpr char replyRequest[] = "+";
+
+/* Sends the request frame on `socket` and receives the reply into `buffer`
+ * (1024 bytes followed by a zero byte that is never written). Returns 0, or
+ * -1001 / -1002 after recording the failure in the client's status. */
+int requestReply(Client& client, int socket, const char* name, char* buffer, const ReaderIds& ids) {
+    std::memset(buffer, 0, frameSize);
+    client.PrintMessage(ids.entry, name);
+    if (tetherhost::wire::failed(tetherhost::wire::sendBytes(socket, replyRequest, sizeof replyRequest))) {
+        client.PrintMessage(ids.requestFailed, name, name);
+        client.SetClientStatus(tetherhost::wire::sendFailed);
+        return tetherhost::wire::sendFailed;
+    }
+    // The buffer is still all zero here: the message shows the empty text.
+    client.PrintMessage(ids.requestSent, name, buffer);
+    if (tetherhost::wire::failed(tetherhost::wire::receiveBytes(socket, buffer, frameSize))) {
+        client.PrintMessage(ids.receiveFailed, name, name);
+        client.SetClientStatus(tetherhost::wire::receiveFailed);
+        return tetherhost::wire::receiveFailed;
+    }
+    client.PrintMessage(ids.received, name, buffer);
+    return 0;
+}
+
+}  // namespace
+
+int Client::Read(char*& text) {
+    const int status = requestReply(*this, clientSocket, clientName.c_str(), replyText, textIds);
+    if (status == 0) text = replyText;
+    return status;
+}
+
+char* Client::Read() {
+    if (requestReply(*this, clientSocket, clientName.c_str(), replyText, resultTextIds) != 0)
+        return const_cast<char*>("");
+    return replyText;
+}
+
+int Client::Read(int& value) {
+    tetherhost::wire::FrameBuffer reply;
+    const int status = requestReply(*this, clientSocket, clientName.c_str(), reply.data(), integerIds);
+    if (status == 0) value = static_cast<int>(std::strtol(reply.text(), nullptr, 10));
+    return status;
+}
+
+int Client::Read(std::vector<std::string>& fields) {
+    tetherhost::wire::FrameBuffer reply;
+    const int status = requestReply(*this, clientSocket, clientName.c_str(), reply.data(), listIds);
+    if (status != 0) return status;
+    std::string field;
+    for (const char* at = reply.text(); *at != '\0'; ++at) {
+        if (*at == ';') {
+            fields.push_back(field);
+            field.clear();
+        } else {
+            field.push_back(*at);
+        }
+    }
+    if (!field.empty()) fields.push_back(field);
+    return 0;
+}

@@ -1,0 +1,213 @@
+/* Scan transfers of the Client: the JTAG shift and the collection of its
+ * return data (GetTDO), the generic shift (command 19) and pump data
+ * (command 42). */
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+
+#include "Client.h"
+#include "TransferWire.h"
+
+namespace {
+
+namespace wire = tetherhost::wire;
+using namespace tetherhost::transfer;
+
+constexpr int firstBlockMissing = -1020;
+constexpr int laterBlockMissing = -1021;
+constexpr int noScanData = -1022;
+constexpr int noDestination = -1023;
+
+/* The JTAG shift pads every chunk to 1024 bytes, announces the chunks of its
+ * first block and demands a "+" at the start of each read-back chunk. */
+constexpr Marshaller jtagShift{"1039", "1040", TokenNote::None, nullptr, "1110",
+                               /*padChunks=*/true, /*reverseBits=*/false, /*readBackNeedsPlus=*/true};
+/* The generic shift sends chunks at their true length, silently, and keeps
+ * read-back chunks whatever their first byte. */
+constexpr Marshaller genericShift{"1037", "1038", TokenNote::None, nullptr, nullptr,
+                                  /*padChunks=*/false, /*reverseBits=*/false,
+                                  /*readBackNeedsPlus=*/false};
+/* Pump data shows every token after its send and announces every data send. */
+constexpr Marshaller pumpData{"1043", "1045", TokenNote::TokenText, "1044", "1110",
+                              /*padChunks=*/false, /*reverseBits=*/false, /*readBackNeedsPlus=*/true};
+
+/* Blocks up to this many bits travel whole in pump data; the limit is stated
+ * in bits there, in bytes for the shifts. */
+constexpr int pumpSingleBlockBits = 8 * blockSize;
+
+const unsigned char* takeBlock(va_list args) { return va_arg(args, const unsigned char*); }
+
+const char* asText(const unsigned char* bytes) { return reinterpret_cast<const char*>(bytes); }
+
+}  // namespace
+
+int Client::sendJTAGShiftargs(int socket, va_list args) {
+    const char* name = clientName.c_str();
+    const int flags = va_arg(args, int);
+    const int bitCount = va_arg(args, int);
+    const int withSecond = va_arg(args, int);
+    const int withThird = va_arg(args, int);
+    const unsigned char* firstData = takeBlock(args);
+    const int byteCount = byteCountOf(bitCount);
+    const int chunkCount = chunkCountOf(byteCount);
+    PrintMessage("1111", name, asText(firstData));
+    if (firstData == nullptr) return firstBlockMissing;
+    PrintMessage("1103", name);
+
+    const Channel channel(socket, this, name, jtagShift);
+    wire::FrameBuffer reply;
+    const int tokens[] = {flags, bitCount, withSecond, withThird};
+    if (const int sent = channel.sendTokens(reply, tokens, 4); sent < 0) return sent;
+
+    // The further blocks follow the first in the list only when announced.
+    auto nextBlock = [&](int announced, const unsigned char*& block) {
+        if (announced == 0) return false;
+        block = takeBlock(args);
+        return true;
+    };
+    const unsigned char* block = nullptr;
+
+    if (byteCount <= blockSize) {
+        tdoData.clear();
+        reply.clear();
+        wire::FrameBuffer sendBuffer;
+        // A single block goes out with one zero byte after its data; the
+        // buffer's always-zero last byte carries it for a full block.
+        auto sendBlock = [&](const unsigned char* data) {
+            channel.fill(sendBuffer, data, byteCount, 0, byteCount);
+            return channel.send(sendBuffer.data(), byteCount + 1);
+        };
+        if (const int sent = sendBlock(firstData); sent < 0) return sent;
+        PrintMessage("1042", name, reply.text());
+        if (const int received = channel.receive(reply, blockSize); received < 0) return received;
+        if (nextBlock(withSecond, block)) {
+            if (block == nullptr) return laterBlockMissing;
+            if (const int sent = sendBlock(block); sent < 0) return sent;
+            if (const int received = channel.receive(reply, blockSize); received < 0) return received;
+        }
+        if (nextBlock(withThird, block)) {
+            if (block == nullptr) return laterBlockMissing;
+            if (const int sent = sendBlock(block); sent < 0) return sent;
+            PrintMessage("1042", name, reply.text());
+            if (const int received = channel.receive(reply, blockSize); received < 0) return received;
+        }
+    } else {
+        if (const int sent = channel.sendChunks(firstData, byteCount, byteCount, chunkCount, true);
+            sent < 0)
+            return sent;
+        for (const int announced : {withSecond, withThird}) {
+            if (!nextBlock(announced, block)) continue;
+            if (block == nullptr) return laterBlockMissing;
+            if (const int sent = channel.sendChunks(block, byteCount, byteCount, chunkCount, false);
+                sent < 0)
+                return sent;
+        }
+    }
+
+    reply.clear();
+    if (const int sent = channel.sendGoToken(); sent < 0) return sent;
+    if (const int received = channel.receive(reply, blockSize); received < 0) return received;
+    const int status = static_cast<int>(std::strtol(reply.text(), nullptr, 10));
+    // Only the lowest bit of withSecond asks for the data back, and the
+    // flag of value 2 suppresses it.
+    if ((withSecond & 1) == 0 || status < 0 || (flags & 2) != 0) return status;
+
+    if (byteCount > blockSize) return channel.readBackChunks(reply, chunkCount, tdoData);
+    // The single block's data lands over the status text, which shows behind
+    // a short reply; this read has no message of its own.
+    tdoData.clear();
+    const long received = reply.receive(socket, blockSize);
+    if (wire::failed(received)) return receiveFailure;
+    appendLeading(tdoData, reply, byteCount);
+    return static_cast<int>(received);
+}
+
+int Client::GetTDO(char* dest, int bitCount) {
+    PrintMessage("1104", clientName.c_str());
+    if (tdoData.empty()) {
+        PrintMessage("1105", clientName.c_str());
+        return noScanData;
+    }
+    if (dest == nullptr) return noDestination;
+    const int wanted = byteCountOf(bitCount);
+    if (wanted > 0)
+        std::memcpy(dest, tdoData.data(),
+                    std::min(static_cast<std::size_t>(wanted), tdoData.size()));
+    tdoData.clear();
+    return 0;
+}
+
+int Client::GetTDO(unsigned char*& dest, int bitCount) {
+    static unsigned char emptyText[1] = {0};
+    const int result = GetTDO(reinterpret_cast<char*>(dest), bitCount);
+    if (result == noScanData) dest = emptyText;
+    return result;
+}
+
+int Client::sendShiftargs(int socket, va_list args) {
+    const char* name = clientName.c_str();
+    const int flags = va_arg(args, int);
+    const int bitCount = va_arg(args, int);
+    const int withReadBack = va_arg(args, int);
+    const unsigned char* firstData = takeBlock(args);
+    const int byteCount = byteCountOf(bitCount);
+    PrintMessage("1111", name, asText(firstData));
+    if (firstData == nullptr) return firstBlockMissing;
+    PrintMessage("1102", name);
+
+    const Channel channel(socket, this, name, genericShift);
+    wire::FrameBuffer reply;
+    // The byte count travels as a token of its own here.
+    const int tokens[] = {flags, bitCount, byteCount, withReadBack};
+    if (const int sent = channel.sendTokens(reply, tokens, 4); sent < 0) return sent;
+
+    if (byteCount > blockSize) {
+        const int chunkCount = chunkCountOf(byteCount);
+        const int sent = channel.sendChunks(firstData, byteCount, byteCount, chunkCount, false);
+        return sent < 0 ? sent : channel.finishChunked(reply, withReadBack, chunkCount, tdoData);
+    }
+    tdoData.clear();
+    reply.clear();
+    wire::FrameBuffer sendBuffer;
+    channel.fill(sendBuffer, firstData, byteCount, 0, byteCount);
+    if (const int sent = channel.send(sendBuffer.data(), byteCount); sent < 0) return sent;
+    PrintMessage("1041", name, reply.text());
+    if (const int received = channel.receive(reply, blockSize); received < 0) return received;
+    if (withReadBack != 0) appendLeading(tdoData, reply, byteCount);
+    return 0;
+}
+
+int Client::sendPumpData(int& socket, va_list args) {
+    const char* name = clientName.c_str();
+    PrintMessage("1112", name);
+    const unsigned char* firstData = takeBlock(args);
+    const int bitCount = va_arg(args, int);
+    const int pumpMode = va_arg(args, int);
+    const int withReadBack = va_arg(args, int);
+    const int byteCount = byteCountOf(bitCount);
+    // No data to pump: refused before anything crosses the connection.
+    if (firstData == nullptr && byteCount > 0) return firstBlockMissing;
+
+    const Channel channel(socket, this, name, pumpData);
+    wire::FrameBuffer tokenBuffer;
+    const int tokens[] = {bitCount, pumpMode, withReadBack};
+    if (const int sent = channel.sendTokens(tokenBuffer, tokens, 3); sent < 0) return sent;
+
+    wire::FrameBuffer reply;
+    if (bitCount > pumpSingleBlockBits) {
+        const int chunkCount = chunkCountOf(byteCount);
+        const int sent = channel.sendChunks(firstData, byteCount, byteCount, chunkCount, true);
+        return sent < 0 ? sent : channel.finishChunked(reply, withReadBack, chunkCount, tdoData);
+    }
+    tdoData.clear();
+    reply.clear();
+    wire::FrameBuffer sendBuffer;
+    channel.fill(sendBuffer, firstData, byteCount, 0, byteCount);
+    PrintMessage("1110", name, sendBuffer.text());
+    if (const int sent = channel.send(sendBuffer.data(), byteCount); sent < 0) return sent;
+    // Shows the token buffer, which still holds the last token's acknowledgement.
+    PrintMessage("1044", name, tokenBuffer.text());
+    if (const int received = channel.receive(reply, blockSize); received < 0) return received;
+    if (withReadBack != 0) appendLeading(tdoData, reply, byteCount);
+    return 0;
+}

@@ -1,0 +1,93 @@
+/* Wire: the socket helpers every transfer of the library shares, and the
+ * frame buffer in which frames are built and acknowledgements received.
+ *
+ * - failed(): a send or recv has failed when it returned 0 or -1; any other
+ *   count, a short one included, is a success and nothing is re-sent.
+ * - sendBytes(): one send with MSG_NOSIGNAL, so that a server that has gone
+ *   away gives the caller a failed send (status -1001) instead of killing the
+ *   host application with SIGPIPE.
+ * - receiveBytes(): one recv with flags 0.
+ * - FrameBuffer: 1024 bytes for a frame or a reply, followed by one byte that
+ *   is always zero. Receives never write past the 1024 bytes and text tokens
+ *   are cut to 1023 bytes, so whatever a buffer holds is a terminated text,
+ *   even a reply of the full 1024 bytes without a NUL of its own. */
+#ifndef TETHERHOST_CLIENTUTILS_WIRE_H
+#define TETHERHOST_CLIENTUTILS_WIRE_H
+
+#include <sys/socket.h>
+#include <sys/types.h>
+
+#include <cstddef>
+#include <cstdio>
+#include <cstring>
+
+namespace tetherhost::wire {
+
+/* Bytes of one frame buffer, not counting its terminating zero byte. */
+inline constexpr std::size_t frameSize = 1024;
+/* The longest text token: it still fits in a frame with its NUL. */
+inline constexpr std::size_t maxTokenLength = frameSize - 1;
+
+/* Status codes of a failed transfer. */
+inline constexpr int sendFailed = -1001;
+inline constexpr int receiveFailed = -1002;
+
+/* The failure test of every send and recv: 0 (peer closed, nothing sent) or
+ * -1. The sum is taken as unsigned so that both collapse onto 0 and 1. */
+inline bool failed(long result) { return static_cast<std::size_t>(result + 1) <= 1; }
+
+/* Sends `length` bytes in one call. A negative length is refused with -1
+ * without calling send, which would otherwise read that many bytes (taken
+ * as unsigned) past the caller's buffer. */
+inline long sendBytes(int socket, const void* data, long length) {
+    if (length < 0) return -1;
+    return ::send(socket, data, static_cast<std::size_t>(length), MSG_NOSIGNAL);
+}
+
+/* Receives at most `capacity` bytes in one call; a negative capacity is
+ * refused with -1 like a negative send length. */
+inline long receiveBytes(int socket, void* data, long capacity) {
+    if (capacity < 0) return -1;
+    return ::recv(socket, data, static_cast<std::size_t>(capacity), 0);
+}
+
+class FrameBuffer {
+public:
+    /* All 1024 bytes zero. */
+    void clear() { std::memset(bytes, 0, frameSize); }
+
+    char* data() { return bytes; }
+    const char* text() const { return bytes; }
+    long textLength() const { return static_cast<long>(std::strlen(bytes)); }
+
+    /* The integer token: "%d" over the start of the buffer (the rest keeps
+     * what it held). */
+    void setNumber(int value) { std::snprintf(bytes, frameSize, "%d", value); }
+
+    /* The text token: `text` (not null) copied over the start of the buffer,
+     * cut to its first 1023 bytes, and its NUL; the rest keeps what it held,
+     * as with strcpy. */
+    void setText(const char* text) {
+        const std::size_t length = strnlen(text, maxTokenLength);
+        std::memcpy(bytes, text, length);
+        bytes[length] = '\0';
+    }
+
+    /* One argument frame: the text in the buffer and its NUL, in one send. */
+    long sendFrame(int socket) const { return sendBytes(socket, bytes, textLength() + 1); }
+
+    /* One receive of at most `capacity` bytes (never more than 1024) into
+     * the start of the buffer. */
+    long receive(int socket, long capacity) {
+        return receiveBytes(socket, bytes, capacity < static_cast<long>(frameSize)
+                                               ? capacity
+                                               : static_cast<long>(frameSize));
+    }
+
+private:
+    char bytes[frameSize + 1]{};
+};
+
+}  // namespace tetherhost::wire
+
+#endif
