@@ -66,10 +66,14 @@ public:
 int SendJTAGShiftData(int& socket, int flags, int bitCount, int blockCount, LByteBuffer firstBuffer,
                       LByteBuffer secondBuffer, LByteBuffer thirdBuffer);
 
+/* Where each member's address goes, so that the compiler must keep it. */
+const void* volatile sink;
+
 template <typename T>
 void use(T pointer) {
-    static volatile const void* sink;
-    sink = reinterpret_cast<const void*>(&pointer);
+    static T kept;
+    kept = pointer;
+    sink = &kept;
 }
 
 int main(int argc, char**) {

@@ -1,0 +1,102 @@
+/* The transfers reached through Client::Send on a connected client: the two
+ * back-to-back transfers of commands 47 and 51 on one argument list, and the
+ * status that Send records for a marshaller. The peer listens on
+ * 127.0.0.1:4001, where Connect looks for the server. */
+#include <unistd.h>
+
+#include "TransferTesting.h"
+
+namespace tetherhost::test {
+namespace {
+
+class TransferSend : public ::testing::Test {
+protected:
+    TransferSend() : client(const_cast<char*>("xfer")), peer(ScriptedPeer::listening(4001)) {
+        log.attach(client);
+        peer->expectFrame("xfer").reply("hello");
+    }
+    ~TransferSend() override {
+        if (client.GetClientSocket() > 0) close(static_cast<int>(client.GetClientSocket()));
+    }
+
+    /** Starts the script and connects the client to the peer. */
+    void connect() {
+        peer->start();
+        ASSERT_EQ(client.Connect(const_cast<char*>(""), nullptr, nullptr), 0);
+        log.clear();
+    }
+
+    ::testing::AssertionResult peerFinished() {
+        if (peer->finish()) return ::testing::AssertionSuccess();
+        return ::testing::AssertionFailure() << peer->failure();
+    }
+
+    /** The integer reply that Send reads after a marshaller. */
+    void integerReply(const std::string& text) { peer->expect(goToken).reply(text + '\0'); }
+
+    MessageLog log;
+    Client client;
+    std::unique_ptr<ScriptedPeer> peer;
+};
+
+TEST_F(TransferSend, Command51RunsAReadOnlyThenAWritingSspiTransferOnOneList) {
+    peer->expectFrame("51").reply("ok");
+    tokens(*peer, {"1", "16", "2"});
+    peer->reply("ab");
+    tokens(*peer, {"3", "16", "4"});
+    peer->expect("cd").reply("XY");
+    integerReply("9");
+    connect();
+    EXPECT_EQ(client.Send(51, 1, 16, static_cast<const char*>(nullptr), 2, 3, 16, "cd", 4), 9);
+    EXPECT_TRUE(peerFinished());
+    EXPECT_EQ(client.GetClientStatus(), 0);
+    unsigned char tdo[2] = {};
+    unsigned char* dest = tdo;
+    EXPECT_EQ(client.GetTDO(dest, 16), 0);
+    EXPECT_EQ(std::string(reinterpret_cast<char*>(tdo), 2), "XY");
+}
+
+TEST_F(TransferSend, Command47MakesTheSecondI2cTransferEvenWhenTheFirstFails) {
+    peer->expectFrame("47").reply("ok");
+    peer->expectFrame("1").reply("-");
+    tokens(*peer, {"3", "10", "8", "4"});
+    peer->expect("\x80").reply("b");
+    integerReply("5");
+    connect();
+    EXPECT_EQ(client.Send(47, 1, 0x01, 8, static_cast<const char*>(nullptr), 2, 3, 0x50, 8, "\x01", 4),
+              5);
+    EXPECT_TRUE(peerFinished());
+    EXPECT_EQ(client.GetClientStatus(), 0);
+    const Ids posted = log.identifiers();
+    ASSERT_GE(posted.size(), 4u);
+    EXPECT_EQ((Ids{posted[0], posted[1], posted[2], posted[3]}), (Ids{"1093", "1114", "1050", "1051"}));
+    EXPECT_EQ(posted[4], "1114");
+}
+
+TEST_F(TransferSend, Command42RecordsTheMarshallersFailureAndReadsNoReply) {
+    peer->expectFrame("42").reply("ok");
+    connect();
+    EXPECT_EQ(client.Send(42, static_cast<const char*>(nullptr), 8, 0, 0), -1020);
+    EXPECT_TRUE(peerFinished());
+    EXPECT_EQ(client.GetClientStatus(), -1020);
+    EXPECT_EQ(log.identifiers(), (Ids{"1093", "1112"}));
+}
+
+TEST_F(TransferSend, Command44WithSubCommand12ReturnsTheIntegerReplyAfterTheReadBack) {
+    peer->expectFrame("44").reply("ok");
+    peer->expectFrame("12").ack();
+    tokens(*peer, {"0", "8", "1", "0"});
+    peer->expect(bytes("a\0")).reply("r").expect(bytes("b\0")).reply("s");
+    peer->expect(goToken).reply(bytes("0\0")).reply("Q");
+    integerReply("3");
+    connect();
+    EXPECT_EQ(client.Send(44, 12, 0, 8, 1, 0, "a", "b"), 3);
+    EXPECT_TRUE(peerFinished());
+    EXPECT_EQ(client.GetClientStatus(), 0);
+    char tdo[1] = {};
+    EXPECT_EQ(client.GetTDO(tdo, 8), 0);
+    EXPECT_EQ(tdo[0], 'Q');
+}
+
+}  // namespace
+}  // namespace tetherhost::test
