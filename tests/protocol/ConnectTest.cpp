@@ -140,3 +140,27 @@ TEST_F(Connect, ConnectingAgainOpensANewConnectionAndLeavesTheOldOneOpen) {
 }
 
 }  // namespace
+
+namespace {
+
+using namespace tetherhost::test;
+
+class DestroyedClient : public ConnectedClient {};
+
+TEST_F(DestroyedClient, ADestroyedConnectedClientSendsNothingAndLeavesItsDescriptorOpen) {
+    auto client = std::make_unique<Client>(nameChars.data());
+    peer->expectAny(1);  // after the introduction the fixture scripted
+    peer->start();
+    ASSERT_EQ(client->Connect(nullptr, nullptr, nullptr), 0);
+    const int descriptor = static_cast<int>(client->GetClientSocket());
+    client.reset();
+    EXPECT_NE(fcntl(descriptor, F_GETFD), -1) << "the destructor must not close the connection";
+    // The peer is still waiting for a byte after the introduction: none may
+    // have come from the destructor. Our own marker byte is what it gets.
+    ASSERT_EQ(send(descriptor, "!", 1, MSG_NOSIGNAL), 1);
+    EXPECT_TRUE(peerFinished()) << peer->failure();
+    EXPECT_EQ(peer->received(), introduction() + "!");
+    close(descriptor);
+}
+
+}  // namespace
