@@ -1,0 +1,117 @@
+/* Cable: everything the simulated cable drives (the JTAG chain, the SSPI
+ * flash, the I2C EEPROM, the pump buffer) and the list of shared
+ * applications, with the meaning that the protocol's commands have for
+ * them. One Cable serves every connection of a server. Nothing here knows
+ * about sockets. */
+#ifndef TETHERHOST_SERVER_CABLE_H
+#define TETHERHOST_SERVER_CABLE_H
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "JtagChain.h"
+#include "Peripherals.h"
+
+namespace tetherhost::sim {
+
+/** Integer replies of the simulator. */
+namespace reply {
+inline constexpr int done = 0;
+inline constexpr int locksNotHeld = -1;   // a lock-guarded command without both locks
+inline constexpr int outOfRange = -2;     // an address, length or mode the target does not have
+inline constexpr int noAcknowledge = -3;  // no I2C device answers that bus address
+inline constexpr int bufferFull = -4;     // the pump buffer cannot take the block
+inline constexpr int tooLong = -5;        // a scan longer than the model handles
+}  // namespace reply
+
+struct CableConfig {
+    std::vector<TapDevice> chain = defaultChain();
+    std::size_t sspiSize = 64 * 1024;
+    int i2cAddress = 0x50;
+    std::size_t i2cSize = 256;
+    std::size_t pumpCapacity = 16 * 1024 * 1024;
+};
+
+/** Scans of more bits than this are taken off the wire but not performed. */
+inline constexpr std::int64_t maxScanBits = std::int64_t{32} * 1024 * 1024;
+
+/** The JTAG shift flag bits. */
+namespace shiftFlag {
+inline constexpr int instructionScan = 1;  // set: IR scan; clear: DR scan
+inline constexpr int noReadBack = 2;       // the TDO read-back is left out
+}  // namespace shiftFlag
+
+/** SSPI option bits (the transfer's last value). */
+namespace sspiOption {
+inline constexpr int eraseFirst = 1;  // erase the touched sectors before programming
+}
+
+struct ShiftResult {
+    int status = reply::done;  // done, or tooLong (nothing was shifted)
+    std::string tdo;           // (bitCount + 7) / 8 bytes when done
+    std::size_t mismatches = 0;
+};
+
+struct PumpPlan {
+    int code = reply::done;  // what the transfer will answer if not done
+    bool keep = false;       // whether the block goes into the buffer
+};
+
+class Cable {
+public:
+    explicit Cable(const CableConfig& config = CableConfig{});
+
+    /** A scan of `bitCount` bits of `tdi`, an instruction scan when `flags`
+     * has shiftFlag::instructionScan. With `mask`, the TDO is compared with
+     * `expected` (or zeros) where the mask is 1. */
+    ShiftResult shift(int flags, std::int64_t bitCount, const std::string& tdi,
+                      const std::string* expected, const std::string* mask);
+    /** Number of devices; `description` becomes "name,irLength,idcode;" per
+     * device from TDI to TDO, the IDCODE as 0x and eight hex digits or "none". */
+    int describeChain(std::string& description) const;
+
+    /** Programs `data` at `address`; SSPI options in `options`. */
+    int sspiWrite(std::int64_t address, std::string_view data, int options);
+    /** done, or outOfRange when [address, address + count) leaves the memory. */
+    int sspiReadStatus(std::int64_t address, std::size_t count) const;
+    /** Bytes [offset, offset + length) of a read of `count` bytes at
+     * `address`: the memory's, or 0xFF (an idle data line) when the whole
+     * read is out of range. */
+    std::string sspiRead(std::int64_t address, std::size_t count, std::size_t offset, std::size_t length) const;
+
+    /** Writes `data` to the I2C device at `busAddress` from `wordAddress`;
+     * a write longer than the device's memory is out of range. */
+    int i2cWrite(int busAddress, std::int64_t wordAddress, std::string_view data);
+    /** done, noAcknowledge (nobody answers `busAddress`) or outOfRange. */
+    int i2cReadStatus(int busAddress, std::int64_t wordAddress) const;
+    /** Bytes [offset, offset + length) of a read from `wordAddress`, which
+     * wraps at the end of the memory; 0xFF (an idle bus) when it fails. */
+    std::string i2cRead(int busAddress, std::int64_t wordAddress, std::size_t offset, std::size_t length) const;
+
+    /** Decides what a pump transfer of `size` bytes in `modeValue` does and
+     * prepares the buffer (Replace empties it when the block will be kept). */
+    PumpPlan planPump(int modeValue, std::size_t size);
+    /** The pump command's integer reply: the bytes held, or the plan's code. */
+    int pumpReply(const PumpPlan& plan) const;
+
+    /** Keeps the names of a shared-applications block (";"-terminated names
+     * up to the first NUL); returns how many there are. */
+    int setSharedApps(std::string_view block);
+    const std::string& sharedApps() const { return sharedList; }
+    int sharedAppCount() const;
+
+    JtagChain jtag;
+    SspiFlash sspi;
+    I2cEeprom eeprom;
+    PumpBuffer pump;
+
+private:
+    std::string sharedList;
+};
+
+}  // namespace tetherhost::sim
+
+#endif

@@ -1,0 +1,30 @@
+/* heapInUse: bytes of heap the server has allocated and not freed, from the
+ * allocator that is linked in (AddressSanitizer's under it, glibc's
+ * otherwise). The status report shows it, so that a client can watch the
+ * server's memory over a long run. */
+#ifndef TETHERHOST_SERVER_HEAPINUSE_H
+#define TETHERHOST_SERVER_HEAPINUSE_H
+
+#include <cstddef>
+
+#if defined(__SANITIZE_ADDRESS__)
+// The sanitizer runtime's own count. GCC ships no header declaring it.
+extern "C" std::size_t __sanitizer_get_current_allocated_bytes();
+#else
+#include <malloc.h>
+#endif
+
+namespace tetherhost::sim {
+
+inline std::size_t heapInUse() {
+#if defined(__SANITIZE_ADDRESS__)
+    return __sanitizer_get_current_allocated_bytes();
+#else
+    const struct mallinfo2 usage = mallinfo2();
+    return usage.uordblks + usage.hblkhd;  // arena chunks and mmap-ed blocks
+#endif
+}
+
+}  // namespace tetherhost::sim
+
+#endif

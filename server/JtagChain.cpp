@@ -1,0 +1,232 @@
+/* JtagChain: the TAP controllers, their registers and the chain's scans. */
+#include "JtagChain.h"
+
+#include <array>
+#include <deque>
+#include <stdexcept>
+
+namespace tetherhost::sim {
+namespace {
+
+bool bitAt(const std::string& bits, std::size_t index) {
+    const std::size_t byte = index / 8;
+    return byte < bits.size() && ((static_cast<unsigned char>(bits[byte]) >> (index % 8)) & 1U) != 0;
+}
+
+void setBit(std::string& bits, std::size_t index) {
+    bits[index / 8] = static_cast<char>(static_cast<unsigned char>(bits[index / 8]) | (1U << (index % 8)));
+}
+
+std::uint64_t lowBits(int length) {
+    return length >= 64 ? ~std::uint64_t{0} : (std::uint64_t{1} << length) - 1;
+}
+
+constexpr std::uint32_t makeIdcode(std::uint32_t version, std::uint32_t part) {
+    // Manufacturer field 0x0FF: identity code 0x7F after one continuation
+    // code. 0x7F is the JEP106 continuation code itself and is never
+    // assigned to a maker, so these IDCODEs cannot name a real part.
+    constexpr std::uint32_t manufacturer = 0x0FF;
+    return (version << 28) | (part << 12) | (manufacturer << 1) | 1U;
+}
+
+}  // namespace
+
+TapState nextTapState(TapState state, bool tms) {
+    using S = TapState;
+    switch (state) {
+    case S::TestLogicReset: return tms ? S::TestLogicReset : S::RunTestIdle;
+    case S::RunTestIdle: return tms ? S::SelectDrScan : S::RunTestIdle;
+    case S::SelectDrScan: return tms ? S::SelectIrScan : S::CaptureDr;
+    case S::CaptureDr: return tms ? S::Exit1Dr : S::ShiftDr;
+    case S::ShiftDr: return tms ? S::Exit1Dr : S::ShiftDr;
+    case S::Exit1Dr: return tms ? S::UpdateDr : S::PauseDr;
+    case S::PauseDr: return tms ? S::Exit2Dr : S::PauseDr;
+    case S::Exit2Dr: return tms ? S::UpdateDr : S::ShiftDr;
+    case S::UpdateDr: return tms ? S::SelectDrScan : S::RunTestIdle;
+    case S::SelectIrScan: return tms ? S::TestLogicReset : S::CaptureIr;
+    case S::CaptureIr: return tms ? S::Exit1Ir : S::ShiftIr;
+    case S::ShiftIr: return tms ? S::Exit1Ir : S::ShiftIr;
+    case S::Exit1Ir: return tms ? S::UpdateIr : S::PauseIr;
+    case S::PauseIr: return tms ? S::Exit2Ir : S::PauseIr;
+    case S::Exit2Ir: return tms ? S::UpdateIr : S::ShiftIr;
+    case S::UpdateIr: return tms ? S::SelectDrScan : S::RunTestIdle;
+    }
+    return S::TestLogicReset;
+}
+
+const char* tapStateName(TapState state) {
+    static constexpr std::array<const char*, tapStateCount> names = {
+        "Test-Logic-Reset", "Run-Test/Idle", "Select-DR-Scan", "Capture-DR",
+        "Shift-DR",         "Exit1-DR",      "Pause-DR",       "Exit2-DR",
+        "Update-DR",        "Select-IR-Scan", "Capture-IR",    "Shift-IR",
+        "Exit1-IR",         "Pause-IR",      "Exit2-IR",       "Update-IR"};
+    return names[static_cast<std::size_t>(state)];
+}
+
+std::vector<TapDevice> defaultChain() {
+    return {
+        {"tap0", 4, makeIdcode(1, 0x0A5C), 0x0E},
+        {"tap1", 6, makeIdcode(2, 0x3E17), 0x09},
+        {"tap2", 8, makeIdcode(0, 0x7B42), 0x05},
+    };
+}
+
+std::string validateChain(const std::vector<TapDevice>& devices) {
+    constexpr std::size_t maxDevices = 32;
+    if (devices.empty()) return "the chain has no devices";
+    if (devices.size() > maxDevices) return "the chain has more than 32 devices";
+    for (const TapDevice& device : devices) {
+        const std::string which = "device \"" + device.name + "\": ";
+        if (device.irLength < 2 || device.irLength > maxIrLength)
+            return which + "irLength must be 2 to 32";
+        if (device.idcode && (*device.idcode & 1U) == 0) return which + "IDCODE bit 0 must be 1";
+        const std::uint64_t bypass = lowBits(device.irLength);
+        if (device.idcode && (device.idcodeInstruction > bypass || device.idcodeInstruction == bypass))
+            return which + "idcodeInstruction must fit irLength and differ from BYPASS (all ones)";
+    }
+    return {};
+}
+
+std::size_t countMismatches(const std::string& bits, const std::string& expected,
+                            const std::string& mask, std::size_t bitCount) {
+    std::size_t differing = 0;
+    for (std::size_t i = 0; i < bitCount; ++i)
+        if (bitAt(mask, i) && bitAt(bits, i) != bitAt(expected, i)) ++differing;
+    return differing;
+}
+
+JtagChain::JtagChain(std::vector<TapDevice> devices) : descriptions(std::move(devices)) {
+    const std::string problem = validateChain(descriptions);
+    if (!problem.empty()) throw std::invalid_argument(problem);
+    taps.resize(descriptions.size());
+    for (std::size_t i = 0; i < taps.size(); ++i) taps[i] = {resetInstruction(i), 0, 1};
+}
+
+std::uint32_t JtagChain::resetInstruction(std::size_t index) const {
+    const TapDevice& device = descriptions[index];
+    return device.idcode ? device.idcodeInstruction
+                         : static_cast<std::uint32_t>(lowBits(device.irLength));
+}
+
+bool JtagChain::selectsIdcode(std::size_t index) const {
+    const TapDevice& device = descriptions[index];
+    return device.idcode && taps[index].instruction == device.idcodeInstruction;
+}
+
+void JtagChain::capture(ScanKind kind) {
+    for (std::size_t i = 0; i < taps.size(); ++i) {
+        Tap& tap = taps[i];
+        if (kind == ScanKind::Instruction) {
+            tap.shift = 0b01;
+            tap.shiftLength = descriptions[i].irLength;
+        } else if (selectsIdcode(i)) {
+            tap.shift = *descriptions[i].idcode;
+            tap.shiftLength = 32;
+        } else {
+            tap.shift = 0;  // BYPASS
+            tap.shiftLength = 1;
+        }
+    }
+}
+
+void JtagChain::enter(TapState state) {
+    current = state;
+    if (state == TapState::UpdateIr) {
+        for (std::size_t i = 0; i < taps.size(); ++i)
+            taps[i].instruction = static_cast<std::uint32_t>(taps[i].shift & lowBits(descriptions[i].irLength));
+    } else if (state == TapState::TestLogicReset) {
+        for (std::size_t i = 0; i < taps.size(); ++i) taps[i].instruction = resetInstruction(i);
+    }
+}
+
+bool JtagChain::clock(bool tms, bool tdi) {
+    bool tdo = true;
+    switch (current) {
+    case TapState::CaptureDr: capture(ScanKind::Data); break;
+    case TapState::CaptureIr: capture(ScanKind::Instruction); break;
+    case TapState::ShiftDr:
+    case TapState::ShiftIr: {
+        bool in = tdi;
+        for (Tap& tap : taps) {
+            const bool out = (tap.shift & 1U) != 0;
+            tap.shift = (tap.shift >> 1) | (static_cast<std::uint64_t>(in) << (tap.shiftLength - 1));
+            in = out;
+        }
+        tdo = in;
+        break;
+    }
+    default: break;
+    }
+    enter(nextTapState(current, tms));
+    return tdo;
+}
+
+void JtagChain::reset() {
+    for (int i = 0; i < 5; ++i) clock(true, false);
+}
+
+void JtagChain::moveTo(TapState target) {
+    // Breadth-first search over the 16 states; each state has two exits.
+    std::array<int, tapStateCount> from{};
+    std::array<bool, tapStateCount> viaTms{};
+    from.fill(-1);
+    const auto start = static_cast<int>(current);
+    from[static_cast<std::size_t>(start)] = start;
+    std::deque<int> pending{start};
+    while (!pending.empty()) {
+        const int state = pending.front();
+        pending.pop_front();
+        for (const bool tms : {false, true}) {
+            const auto next = static_cast<int>(nextTapState(static_cast<TapState>(state), tms));
+            if (from[static_cast<std::size_t>(next)] >= 0) continue;
+            from[static_cast<std::size_t>(next)] = state;
+            viaTms[static_cast<std::size_t>(next)] = tms;
+            pending.push_back(next);
+        }
+    }
+    std::vector<bool> path;
+    for (auto state = static_cast<int>(target); state != start; state = from[static_cast<std::size_t>(state)])
+        path.insert(path.begin(), viaTms[static_cast<std::size_t>(state)]);
+    for (const bool tms : path) clock(tms, false);
+}
+
+std::string JtagChain::shiftThrough(const std::string& tdi, std::size_t bitCount) {
+    // The whole chain is one shift register. Seen from the cable's TDO, its
+    // bits are the last device's register (bit 0 first), then the one before
+    // it, and so on; shifting appends TDI behind them. After bitCount shifts
+    // the first bitCount bits of that stream have come out and the next ones
+    // fill the registers.
+    std::vector<bool> chain;
+    for (auto tap = taps.rbegin(); tap != taps.rend(); ++tap)
+        for (int i = 0; i < tap->shiftLength; ++i) chain.push_back(((tap->shift >> i) & 1U) != 0);
+    const auto stream = [&](std::size_t index) {
+        return index < chain.size() ? static_cast<bool>(chain[index]) : bitAt(tdi, index - chain.size());
+    };
+    std::string tdo((bitCount + 7) / 8, '\0');
+    for (std::size_t i = 0; i < bitCount; ++i)
+        if (stream(i)) setBit(tdo, i);
+    std::size_t position = bitCount;
+    for (auto tap = taps.rbegin(); tap != taps.rend(); ++tap) {
+        tap->shift = 0;
+        for (int i = 0; i < tap->shiftLength; ++i, ++position)
+            if (stream(position)) tap->shift |= std::uint64_t{1} << i;
+    }
+    current = nextTapState(current, true);
+    return tdo;
+}
+
+std::string JtagChain::scan(ScanKind kind, const std::string& tdi, std::size_t bitCount) {
+    moveTo(kind == ScanKind::Instruction ? TapState::CaptureIr : TapState::CaptureDr);
+    std::string tdo;
+    if (bitCount == 0) {
+        clock(true, false);  // capture, then straight to Exit1
+    } else {
+        clock(false, false);  // capture, then Shift
+        tdo = shiftThrough(tdi, bitCount);
+    }
+    clock(true, false);   // Exit1 to Update: the instruction takes effect
+    clock(false, false);  // Update to Run-Test/Idle
+    return tdo;
+}
+
+}  // namespace tetherhost::sim

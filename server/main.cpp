@@ -1,0 +1,103 @@
+/* tetherhost: the server simulator's program. Started by the library's
+ * Connect with no arguments, it listens on 127.0.0.1:4001 and runs quietly
+ * until a minute passes without clients; see docs/simulator.md. */
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <asio/io_context.hpp>
+#include <csignal>
+#include <cstdio>
+#include <fstream>
+#include <string>
+#include <system_error>
+
+#include "Cable.h"
+#include "ChainFile.h"
+#include "Server.h"
+#include "Trace.h"
+#include "Vocabulary.h"
+
+namespace {
+
+struct Options {
+    int port = tetherhost::vocabulary::serverPort;
+    int idleExit = 60;
+    std::string trace;
+    std::string chain;
+    std::string pidFile;
+};
+
+/* A program that starts us may hand down any of its descriptors; holding on
+ * to its sockets would keep its connections open after it closes them. */
+void closeInheritedDescriptors() {
+    if (close_range(3, ~0U, 0) == 0) return;
+    const long limit = sysconf(_SC_OPEN_MAX);
+    for (int descriptor = 3; descriptor < limit; ++descriptor) close(descriptor);
+}
+
+/* Once listening, the server has nothing more to say on its standard
+ * streams (unless the trace goes to standard error), so it lets go of the
+ * terminal or pipe it was started with. */
+void detachStandardStreams(bool keepStandardError) {
+    const int null = open("/dev/null", O_RDWR);
+    if (null < 0) return;
+    dup2(null, STDIN_FILENO);
+    dup2(null, STDOUT_FILENO);
+    if (!keepStandardError) dup2(null, STDERR_FILENO);
+    if (null > STDERR_FILENO) close(null);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    closeInheritedDescriptors();
+    std::signal(SIGPIPE, SIG_IGN);
+    std::signal(SIGHUP, SIG_IGN);
+
+    Options options;
+    CLI::App app{"tetherhost: the tetherhost server simulator, a server on 127.0.0.1 with a virtual cable"};
+    app.add_option("--port", options.port, "TCP port on 127.0.0.1 (default 4001)")->check(CLI::Range(1, 65535));
+    app.add_option("--idle-exit", options.idleExit, "exit after this many seconds without clients; 0: never (default 60)")
+        ->check(CLI::NonNegativeNumber);
+    app.add_option("--trace", options.trace, "write one line per frame to FILE ('-': standard error)");
+    app.add_option("--chain", options.chain, "JSON file describing the cable's devices")->check(CLI::ExistingFile);
+    app.add_option("--pid-file", options.pidFile, "write the process id to FILE while running");
+    CLI11_PARSE(app, argc, argv);
+
+    using namespace tetherhost::sim;
+    CableConfig config;
+    try {
+        if (!options.chain.empty()) config = loadCableConfig(options.chain);
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "tetherhost: %s: %s\n", options.chain.c_str(), error.what());
+        return 2;
+    }
+    Trace trace;
+    if (!options.trace.empty() && !trace.open(options.trace)) {
+        std::fprintf(stderr, "tetherhost: cannot write the trace to %s\n", options.trace.c_str());
+        return 2;
+    }
+
+    asio::io_context io(1);
+    Cable cable(config);
+    Server server(io, cable, trace, std::chrono::seconds(options.idleExit));
+    try {
+        server.listen(static_cast<unsigned short>(options.port));
+    } catch (const std::system_error& error) {
+        std::fprintf(stderr, "tetherhost: cannot listen on 127.0.0.1:%d: %s\n", options.port, error.what());
+        return 1;
+    }
+    if (!options.pidFile.empty()) {
+        std::ofstream pid(options.pidFile, std::ios::trunc);
+        if (!(pid << getpid() << '\n')) {
+            std::fprintf(stderr, "tetherhost: cannot write %s\n", options.pidFile.c_str());
+            return 2;
+        }
+    }
+    detachStandardStreams(options.trace == "-");
+    server.start();
+    io.run();
+    if (!options.pidFile.empty()) unlink(options.pidFile.c_str());
+    return 0;
+}
