@@ -8,6 +8,7 @@ packages=(
   qt6-base-dev
   libgtest-dev libgmock-dev libbenchmark-dev
   libasio-dev libcli11-dev nlohmann-json3-dev
+  doxygen
 )
 if [ "${TETHERHOST_QT5:-0}" = 1 ]; then packages+=(qtbase5-dev); fi
 missing=()

@@ -1,0 +1,44 @@
+# Installs the build tree BUILD_DIR into a fresh prefix under WORK_DIR and
+# builds the installed example host applications against it, as a user
+# would: the examples folder with find_package (C++17), and minimal_host once
+# more with pkg-config (C++11, the oldest standard the headers support). The
+# installed tetherctl must run without help from LD_LIBRARY_PATH.
+file(REMOVE_RECURSE "${WORK_DIR}")
+set(prefix "${WORK_DIR}/prefix")
+set(build "${WORK_DIR}/build")
+
+function(run)
+  execute_process(COMMAND ${ARGV} RESULT_VARIABLE status OUTPUT_VARIABLE out ERROR_VARIABLE err)
+  if(NOT status EQUAL 0)
+    message(FATAL_ERROR "failed: ${ARGV}\n${out}\n${err}")
+  endif()
+  set(output "${out}" PARENT_SCOPE)
+endfunction()
+
+run(${CMAKE_COMMAND} --install "${BUILD_DIR}" --prefix "${prefix}")
+set(examples "${prefix}/share/doc/tetherhost/examples")
+foreach(installed bin/tetherctl bin/tetherhost share/doc/tetherhost/examples/CMakeLists.txt
+        share/doc/tetherhost/examples/minimal_host.cpp share/doc/tetherhost/examples/list_replies.cpp
+        share/doc/tetherhost/examples/hello_log.cpp)
+  if(NOT EXISTS "${prefix}/${installed}")
+    message(FATAL_ERROR "not installed: ${installed}")
+  endif()
+endforeach()
+
+# The installed tetherctl finds the installed library by itself.
+run("${prefix}/bin/tetherctl" codes)
+if(NOT output MATCHES "-1001: could not send to the server")
+  message(FATAL_ERROR "installed tetherctl printed: ${output}")
+endif()
+
+run(${CMAKE_COMMAND} -S "${examples}" -B "${build}" -G Ninja "-DCMAKE_PREFIX_PATH=${prefix}"
+    "-DCMAKE_CXX_FLAGS=-Wall -Wextra -Werror ${EXTRA_FLAGS}" -DCMAKE_CXX_STANDARD=17)
+run(${CMAKE_COMMAND} --build "${build}")
+
+run(${CMAKE_COMMAND} -E env "PKG_CONFIG_PATH=${prefix}/lib/pkgconfig"
+    pkg-config --cflags --libs tetherhost_client)
+string(STRIP "${output}" pkgFlags)
+separate_arguments(pkgFlags UNIX_COMMAND "${pkgFlags}")
+separate_arguments(extra UNIX_COMMAND "${EXTRA_FLAGS}")
+run(${CXX} -std=c++11 -Wall -Wextra -Werror ${extra} "${examples}/minimal_host.cpp" ${pkgFlags}
+    "-Wl,-rpath,${prefix}/lib" -o "${build}/minimal_host_pkgconfig")

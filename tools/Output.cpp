@@ -1,0 +1,20 @@
+/* Printing a command's text lines or its JSON object. */
+#include "Output.h"
+
+#include <cstdio>
+
+namespace tetherctl {
+
+void Output::line(const std::string& text) const {
+    if (json) return;
+    std::fputs(text.c_str(), stdout);
+    std::fputc('\n', stdout);
+}
+
+void Output::finish() const {
+    if (!json) return;
+    std::fputs(document.dump().c_str(), stdout);
+    std::fputc('\n', stdout);
+}
+
+}  // namespace tetherctl
