@@ -1,0 +1,121 @@
+/* bench_report: reads the JSON results of the benchmark runs (see
+ * bench/report) and prints one table of library-against-floor ratios, with
+ * the allocation, throughput, memory and concurrency figures below it. */
+#include <algorithm>
+#include <cstdio>
+#include <fstream>
+#include <iterator>
+#include <map>
+#include <string>
+
+#include <nlohmann/json.hpp>
+
+namespace {
+
+struct Result {
+    double nanoseconds = 0;
+    std::map<std::string, double> counters;
+};
+
+double toNanoseconds(double time, const std::string& unit) {
+    if (unit == "us") return time * 1e3;
+    if (unit == "ms") return time * 1e6;
+    if (unit == "s") return time * 1e9;
+    return time;
+}
+
+/* "BM_X/32/iterations:1/real_time" -> "BM_X/32": the run's name without its
+ * settings; medians of repeated runs, single runs as they are. */
+std::string shortName(const std::string& runName) {
+    std::string name;
+    std::size_t start = 0;
+    while (start <= runName.size()) {
+        const std::size_t end = std::min(runName.find('/', start), runName.size());
+        const std::string part = runName.substr(start, end - start);
+        if (part.find(':') == std::string::npos && part != "real_time" && part != "manual_time")
+            name += (name.empty() ? "" : "/") + part;
+        start = end + 1;
+    }
+    return name;
+}
+
+std::map<std::string, Result> load(int count, char** paths) {
+    std::map<std::string, Result> results;
+    for (int i = 0; i < count; ++i) {
+        std::ifstream in(paths[i]);
+        std::string text((std::istreambuf_iterator<char>(in)), {});
+        // Aggregates of a counter that is always 0 (its coefficient of
+        // variation) come out as NaN, which JSON cannot hold.
+        for (std::size_t at = text.find(": NaN"); at != std::string::npos; at = text.find(": NaN", at))
+            text.replace(at, 5, ": null");
+        const nlohmann::json document = nlohmann::json::parse(text);
+        for (const auto& entry : document.at("benchmarks")) {
+            const std::string aggregate = entry.value("aggregate_name", "");
+            if (!aggregate.empty() && aggregate != "median") continue;
+            Result& result = results[shortName(entry.at("run_name").get<std::string>())];
+            result.nanoseconds =
+                toNanoseconds(entry.at("real_time").get<double>(), entry.at("time_unit").get<std::string>());
+            for (const auto& [key, value] : entry.items())
+                if (value.is_number() && key != "real_time" && key != "cpu_time" && key != "iterations" &&
+                    key != "repetitions" && key != "repetition_index" && key != "threads" &&
+                    key != "family_index" && key != "per_family_instance_index")
+                    result.counters[key] = value.get<double>();
+        }
+    }
+    return results;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    const auto results = load(argc - 1, argv + 1);
+    auto time = [&](const char* name) {
+        const auto found = results.find(name);
+        return found == results.end() ? 0.0 : found->second.nanoseconds;
+    };
+    auto counter = [&](const char* name, const char* key) {
+        const auto found = results.find(name);
+        if (found == results.end()) return 0.0;
+        const auto value = found->second.counters.find(key);
+        return value == found->second.counters.end() ? 0.0 : value->second;
+    };
+    auto row = [&](const char* label, const char* library, const char* floor, const char* target) {
+        const double lib = time(library);
+        const double flo = time(floor);
+        std::printf("| %-44s | %12.1f ns | %12.1f ns | %6.3f | %-8s |\n", label, lib, flo,
+                    flo > 0 ? lib / flo : 0.0, target);
+    };
+
+    std::printf("| %-44s | %15s | %15s | %6s | %-8s |\n", "measure (median)", "library", "floor", "ratio",
+                "target");
+    std::printf("|%s|%s|%s|%s|%s|\n", std::string(46, '-').c_str(), std::string(17, '-').c_str(),
+                std::string(17, '-').c_str(), std::string(8, '-').c_str(), std::string(10, '-').c_str());
+    row("PrintMessage, switches off (vs bare call)", "BM_PrintMessageSwitchesOff", "BM_BaselineVariadicCall",
+        "<= 50 ns");
+    row("Send(38) (vs send/recv client)", "BM_Send38_Library", "BM_Send38_Floor", "<= 1.05");
+    row("JTAG shift 32 bits with read-back", "BM_JtagShift_Library/32", "BM_JtagShift_Floor/32", "<= 1.05");
+    row("JTAG shift 1 MiB with read-back", "BM_JtagShift_Library/8388608", "BM_JtagShift_Floor/8388608",
+        "<= 1.05");
+    row("simulator: Send(38) (vs minimal server)", "BM_Send38_Simulator", "BM_Send38_MinimalServer", "<= 1.10");
+
+    std::printf("\nheap allocations per operation: PrintMessage off %.2f, log line %.2f, Send(38) %.2f, "
+                "JTAG 32 bits %.2f, JTAG 1 MiB %.2f\n",
+                counter("BM_PrintMessageSwitchesOff", "allocs_per_op"),
+                counter("BM_PrintMessageToLogFile", "allocs_per_op"), counter("BM_Send38_Library", "allocs_per_op"),
+                counter("BM_JtagShift_Library/32", "allocs_per_op"),
+                counter("BM_JtagShift_Library/8388608", "allocs_per_op"));
+    std::printf("PrintMessage with a log file: %.0f ns per line\n", time("BM_PrintMessageToLogFile"));
+    std::printf("JTAG 1 MiB with read-back: library %.1f MB/s, floor %.1f MB/s\n",
+                counter("BM_JtagShift_Library/8388608", "bytes_per_second") / 1e6,
+                counter("BM_JtagShift_Floor/8388608", "bytes_per_second") / 1e6);
+    std::printf("library heap growth over a million Send(38): %.0f bytes\n",
+                counter("BM_Send38_MillionCallsHeapGrowth", "heap_growth_bytes"));
+    std::printf("simulator resident memory growth over a million commands: %.0f kB\n",
+                counter("BM_Simulator_MillionCommandsMemory", "server_rss_growth_kB"));
+    for (const char* clients : {"1", "16", "64"}) {
+        const std::string name = std::string("BM_Simulator_ConcurrentClients/") + clients;
+        std::printf("simulator, %2s concurrent clients: %8.0f commands/s, %.1f us server CPU per command\n", clients,
+                    counter(name.c_str(), "commands_per_s"), counter(name.c_str(), "server_cpu_us_per_cmd"));
+    }
+    return 0;
+}
