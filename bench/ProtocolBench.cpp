@@ -17,7 +17,7 @@
 #include "AllocationCounter.h"
 #include "BenchPeer.h"
 #include "Client.h"
-#include "HeapUsage.h"
+#include "HeapInUse.h"
 
 using tetherhost::bench::allocationCount;
 using tetherhost::bench::BenchPeer;
@@ -78,11 +78,11 @@ void BM_Send38_MillionCallsHeapGrowth(benchmark::State& state) {
     Client client(clientName);
     client.Connect(nullptr, nullptr, nullptr);
     client.Send(38);
-    const std::size_t before = tetherhost::test::heapInUse();
+    const std::size_t before = tetherhost::heapInUse();
     for (auto _ : state)
         for (int i = 0; i < 1000000; ++i) client.Send(38);
     state.counters["heap_growth_bytes"] =
-        static_cast<double>(tetherhost::test::heapInUse()) - static_cast<double>(before);
+        static_cast<double>(tetherhost::heapInUse()) - static_cast<double>(before);
     client.Disconnect();
 }
 BENCHMARK(BM_Send38_MillionCallsHeapGrowth)->Iterations(1)->Unit(benchmark::kSecond);

@@ -10,13 +10,8 @@ void Client::PrintMessage(std::string id, ...) {
     if (logFile == nullptr && debugFlag != 1) return;
     va_list args;
     va_start(args, id);
-    if (debugFlag == 1) {
-        std::vector<std::string> out;
-        messages->postMsgVaList(id.c_str(), args, out, 0);
-    }
-    // The catalogue reads its own copy of the list, so the log line below
-    // still starts at the message's first argument.
-    if (logFile != nullptr) tetherhost::appendLogLine(*messages, logFile, logFileName, id, args);
+    tetherhost::postMessage(*messages, debugFlag, logFile, logFileName, id, args,
+                            tetherhost::WhenBothOn::CatalogueAndLog);
     va_end(args);
 }
 

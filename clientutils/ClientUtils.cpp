@@ -32,13 +32,7 @@ void ClientUtils::PrintMessage(std::string id, ...) {
     if (logFile == nullptr && debugFlag != 1) return;
     va_list args;
     va_start(args, id);
-    if (debugFlag == 1) {
-        // Messages of these helpers reach the catalogue only, never the log
-        // file, when debugging is on.
-        std::vector<std::string> out;
-        messages->postMsgVaList(id.c_str(), args, out, 0);
-    } else {
-        tetherhost::appendLogLine(*messages, logFile, logFileName, id, args);
-    }
+    tetherhost::postMessage(*messages, debugFlag, logFile, logFileName, id, args,
+                            tetherhost::WhenBothOn::CatalogueOnly);
     va_end(args);
 }

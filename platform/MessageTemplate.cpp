@@ -2,6 +2,7 @@
 #include "MessageTemplate.h"
 
 #include <cstring>
+#include <vector>
 
 #include "itoa.h"
 #include "msgManager.h"
@@ -42,6 +43,16 @@ void appendLogLine(msgManager& messages, FILE*& logFile, const std::string& logF
     fillTemplate(messageTemplate, args, line);
     std::fprintf(logFile, "%s\n", line.c_str());
     std::fclose(logFile);
+}
+
+void postMessage(msgManager& messages, int debugFlag, FILE*& logFile, const std::string& logFileName,
+                 const std::string& id, va_list args, WhenBothOn whenBothOn) {
+    if (debugFlag == 1) {
+        std::vector<std::string> out;
+        messages.postMsgVaList(id.c_str(), args, out, 0);
+        if (whenBothOn == WhenBothOn::CatalogueOnly) return;
+    }
+    if (logFile != nullptr) appendLogLine(messages, logFile, logFileName, id, args);
 }
 
 }  // namespace tetherhost

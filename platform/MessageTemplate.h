@@ -23,6 +23,19 @@ void fillTemplate(const std::string& messageTemplate, va_list args, std::string&
 void appendLogLine(msgManager& messages, FILE*& logFile, const std::string& logFileName,
                    const std::string& id, va_list args);
 
+/* Where a message goes when debugging is on and a log file is set. */
+enum class WhenBothOn {
+    CatalogueAndLog,  // a Client's messages
+    CatalogueOnly,    // a ClientUtils' messages
+};
+
+/** Posts message `id`: to the catalogue when `debugFlag` is exactly 1, and as
+ * a log line when a log file is set, except that with both on a ClientUtils
+ * message reaches the catalogue only. The catalogue reads its own copy of
+ * `args`, so the log line still starts at the message's first argument. */
+void postMessage(msgManager& messages, int debugFlag, FILE*& logFile, const std::string& logFileName,
+                 const std::string& id, va_list args, WhenBothOn whenBothOn);
+
 }  // namespace tetherhost
 
 #endif

@@ -9,7 +9,7 @@
 #include <gtest/gtest.h>
 
 #include "ClientUtils.h"
-#include "HeapUsage.h"
+#include "HeapInUse.h"
 #include "itoa.h"
 #include "msgManager.h"
 
@@ -120,10 +120,10 @@ TEST(Itoa, OtherRadixesWriteTheUnsignedPattern) {
 TEST(CatalogueHandles, AMillionDroppedClientUtilsDoNotGrowTheHeap) {
     // Warm up: the first handle opens the shared catalogue.
     { ClientUtils first(0, nullptr, "warm", ""); }
-    const std::size_t before = tetherhost::test::heapInUse();
+    const std::size_t before = tetherhost::heapInUse();
     for (int i = 0; i < 1000000; ++i) {
         ClientUtils utils(0, nullptr, "board1", "");
     }
-    const std::size_t after = tetherhost::test::heapInUse();
+    const std::size_t after = tetherhost::heapInUse();
     EXPECT_LE(after, before + 4096) << "heap in use grew from " << before << " to " << after;
 }

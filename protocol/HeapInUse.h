@@ -1,9 +1,10 @@
-/* heapInUse: bytes of heap the server has allocated and not freed, from the
+/* heapInUse: bytes of heap the process has allocated and not freed, from the
  * allocator that is linked in (AddressSanitizer's under it, glibc's
- * otherwise). The status report shows it, so that a client can watch the
- * server's memory over a long run. */
-#ifndef TETHERHOST_SERVER_HEAPINUSE_H
-#define TETHERHOST_SERVER_HEAPINUSE_H
+ * otherwise). The simulator's status report shows it, so that a client can
+ * watch the server's memory over a long run; the tests and benchmarks use it
+ * to show that repeated operations leave the heap where it was. */
+#ifndef TETHERHOST_PROTOCOL_HEAPINUSE_H
+#define TETHERHOST_PROTOCOL_HEAPINUSE_H
 
 #include <cstddef>
 
@@ -14,7 +15,7 @@ extern "C" std::size_t __sanitizer_get_current_allocated_bytes();
 #include <malloc.h>
 #endif
 
-namespace tetherhost::sim {
+namespace tetherhost {
 
 inline std::size_t heapInUse() {
 #if defined(__SANITIZE_ADDRESS__)
@@ -25,6 +26,6 @@ inline std::size_t heapInUse() {
 #endif
 }
 
-}  // namespace tetherhost::sim
+}  // namespace tetherhost
 
 #endif
