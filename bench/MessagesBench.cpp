@@ -37,7 +37,7 @@ char name[] = "board1";
 void BM_BaselineVariadicCall(benchmark::State& state) {
     Baseline baseline;
     const auto before = tetherhost::bench::allocationCount();
-    for (auto _ : state) baseline.Post("1061", name, name);
+    for ([[maybe_unused]] auto _ : state) baseline.Post("1061", name, name);
     benchmark::DoNotOptimize(baseline.calls);
     reportAllocations(state, before);
 }
@@ -46,7 +46,7 @@ BENCHMARK(BM_BaselineVariadicCall);
 void BM_PrintMessageSwitchesOff(benchmark::State& state) {
     Client client(name);
     const auto before = tetherhost::bench::allocationCount();
-    for (auto _ : state) client.PrintMessage("1061", name, name);
+    for ([[maybe_unused]] auto _ : state) client.PrintMessage("1061", name, name);
     reportAllocations(state, before);
 }
 BENCHMARK(BM_PrintMessageSwitchesOff);
@@ -58,7 +58,7 @@ void BM_PrintMessageToLogFile(benchmark::State& state) {
     Client client(name);
     client.Set_Log_File(path);
     const auto before = tetherhost::bench::allocationCount();
-    for (auto _ : state) client.PrintMessage("1061", name, name);
+    for ([[maybe_unused]] auto _ : state) client.PrintMessage("1061", name, name);
     reportAllocations(state, before);
     std::remove(path);
 }

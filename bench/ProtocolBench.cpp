@@ -54,7 +54,7 @@ struct FloorClient {
 void BM_Send38_Floor(benchmark::State& state) {
     BenchPeer peer;
     FloorClient floor;
-    for (auto _ : state) {
+    for ([[maybe_unused]] auto _ : state) {
         floor.exchange("38", 1024);
         benchmark::DoNotOptimize(floor.integerReply());
     }
@@ -66,7 +66,7 @@ void BM_Send38_Library(benchmark::State& state) {
     Client client(clientName);
     client.Connect(nullptr, nullptr, nullptr);
     const auto before = allocationCount();
-    for (auto _ : state) benchmark::DoNotOptimize(client.Send(38));
+    for ([[maybe_unused]] auto _ : state) benchmark::DoNotOptimize(client.Send(38));
     reportPerOperation(state, before);
     client.Disconnect();
 }
@@ -79,7 +79,7 @@ void BM_Send38_MillionCallsHeapGrowth(benchmark::State& state) {
     client.Connect(nullptr, nullptr, nullptr);
     client.Send(38);
     const std::size_t before = tetherhost::heapInUse();
-    for (auto _ : state)
+    for ([[maybe_unused]] auto _ : state)
         for (int i = 0; i < 1000000; ++i) client.Send(38);
     state.counters["heap_growth_bytes"] =
         static_cast<double>(tetherhost::heapInUse()) - static_cast<double>(before);
@@ -137,7 +137,7 @@ void BM_JtagShift_Floor(benchmark::State& state) {
     FloorClient floor;
     std::vector<char> data((bits + 7) / 8 + 1, 0x33);
     std::vector<char> tdo;
-    for (auto _ : state) floorShift(floor, data, bits, tdo);
+    for ([[maybe_unused]] auto _ : state) floorShift(floor, data, bits, tdo);
     state.SetBytesProcessed(state.iterations() * ((bits + 7) / 8));
 }
 BENCHMARK(BM_JtagShift_Floor)->Arg(32)->Arg(8 << 20)->UseRealTime();
@@ -150,7 +150,7 @@ void BM_JtagShift_Library(benchmark::State& state) {
     std::vector<char> data((bits + 7) / 8 + 1, 0x33);
     std::vector<char> tdo((bits + 7) / 8 + 1);
     const auto before = allocationCount();
-    for (auto _ : state) {
+    for ([[maybe_unused]] auto _ : state) {
         client.Send(44, 12, 0, bits, 1, 0, data.data(), data.data());
         benchmark::DoNotOptimize(client.GetTDO(tdo.data(), bits));
     }

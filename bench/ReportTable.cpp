@@ -3,6 +3,7 @@
  * the allocation, throughput, memory and concurrency figures below it. */
 #include <algorithm>
 #include <cstdio>
+#include <exception>
 #include <fstream>
 #include <iterator>
 #include <map>
@@ -67,7 +68,7 @@ std::map<std::string, Result> load(int count, char** paths) {
 
 }  // namespace
 
-int main(int argc, char** argv) {
+int main(int argc, char** argv) try {
     const auto results = load(argc - 1, argv + 1);
     auto time = [&](const char* name) {
         const auto found = results.find(name);
@@ -118,4 +119,7 @@ int main(int argc, char** argv) {
                     counter(name.c_str(), "commands_per_s"), counter(name.c_str(), "server_cpu_us_per_cmd"));
     }
     return 0;
+} catch (const std::exception& error) {
+    std::fprintf(stderr, "bench_report: %s\n", error.what());
+    return 1;
 }

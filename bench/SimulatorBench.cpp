@@ -25,8 +25,6 @@
 #include "BenchPeer.h"
 #include "Client.h"
 
-extern char** environ;
-
 namespace {
 
 char clientName[] = "bench";
@@ -45,6 +43,7 @@ public:
         const std::string program = ownDirectory() + "/tetherhost";
         std::vector<std::string> words = {"tetherhost", "--idle-exit", "0"};
         std::vector<char*> argv;
+        argv.reserve(words.size() + 1);
         for (std::string& word : words) argv.push_back(word.data());
         argv.push_back(nullptr);
         if (posix_spawn(&pid, program.c_str(), nullptr, nullptr, argv.data(), environ) != 0)
@@ -95,7 +94,7 @@ private:
 void sendLoop(benchmark::State& state) {
     Client client(clientName);
     client.Connect(nullptr, nullptr, nullptr);
-    for (auto _ : state) benchmark::DoNotOptimize(client.Send(38));
+    for ([[maybe_unused]] auto _ : state) benchmark::DoNotOptimize(client.Send(38));
     client.Disconnect();
 }
 
@@ -115,10 +114,11 @@ BENCHMARK(BM_Send38_Simulator)->UseRealTime();
 void BM_Simulator_ConcurrentClients(benchmark::State& state) {
     const int clients = static_cast<int>(state.range(0));
     Simulator simulator;
-    for (auto _ : state) {
+    for ([[maybe_unused]] auto _ : state) {
         std::atomic<long> commands{0};
         std::atomic<bool> stop{false};
         std::vector<std::thread> threads;
+        threads.reserve(static_cast<std::size_t>(clients));
         const double cpuBefore = simulator.cpuSeconds();
         const auto start = std::chrono::steady_clock::now();
         for (int c = 0; c < clients; ++c)
@@ -150,7 +150,7 @@ void BM_Simulator_MillionCommandsMemory(benchmark::State& state) {
     client.Connect(nullptr, nullptr, nullptr);
     client.Send(38);
     const long before = simulator.residentKilobytes();
-    for (auto _ : state)
+    for ([[maybe_unused]] auto _ : state)
         for (int i = 0; i < 1000000; ++i) client.Send(38);
     state.counters["server_rss_growth_kB"] = static_cast<double>(simulator.residentKilobytes() - before);
     client.Disconnect();
