@@ -21,8 +21,6 @@
 #include "MessageTemplate.h"
 #include "msgManager.h"
 
-extern char** environ;
-
 namespace tetherhost::test {
 
 std::string messageLine(const char* id, ...) {
@@ -126,6 +124,7 @@ void copyExecutable(const std::string& from, const std::string& to) {
 
 pid_t spawn(const std::string& path, const std::vector<std::string>& arguments) {
     std::vector<char*> argv;
+    argv.reserve(arguments.size() + 1);
     for (const std::string& argument : arguments) argv.push_back(const_cast<char*>(argument.c_str()));
     argv.push_back(nullptr);
     pid_t pid = -1;

@@ -1,5 +1,6 @@
 /* The generic shift of command 19 (sendShiftargs). */
 #include <climits>
+#include <ostream>
 
 #include "TransferTesting.h"
 
@@ -27,6 +28,10 @@ struct ChunkCase {
     int bitCount;
     std::size_t byteCount;
 };
+
+void PrintTo(const ChunkCase& c, std::ostream* out) {
+    *out << "{bitCount " << c.bitCount << ", byteCount " << c.byteCount << "}";
+}
 
 class GenericShiftChunks : public TransferTest, public ::testing::WithParamInterface<ChunkCase> {};
 

@@ -1,6 +1,7 @@
 /* The JTAG shift (sendJTAGShiftargs) and the collection of scan return data
  * (both GetTDO overloads). */
 #include <climits>
+#include <ostream>
 
 #include "TransferTesting.h"
 
@@ -30,6 +31,10 @@ struct ChunkCase {
     std::size_t byteCount;
     std::size_t chunkCount;
 };
+
+void PrintTo(const ChunkCase& c, std::ostream* out) {
+    *out << "{bitCount " << c.bitCount << ", byteCount " << c.byteCount << ", chunkCount " << c.chunkCount << "}";
+}
 
 class JtagShiftChunks : public TransferTest, public ::testing::WithParamInterface<ChunkCase> {};
 
@@ -297,6 +302,10 @@ struct BitCountCase {
     bool blockGoesOut;  // false: the block's send has a length of 0 or less
 };
 
+void PrintTo(const BitCountCase& c, std::ostream* out) {
+    *out << "{bitCount " << c.bitCount << ", blockGoesOut " << (c.blockGoesOut ? "true" : "false") << "}";
+}
+
 class JtagShiftBitCounts : public TransferTest, public ::testing::WithParamInterface<BitCountCase> {};
 
 TEST_P(JtagShiftBitCounts, ByteCountFollowsThe32BitArithmetic) {
@@ -317,8 +326,8 @@ INSTANTIATE_TEST_SUITE_P(Edges, JtagShiftBitCounts,
 
 TEST_F(JtagShift, TwoMebibyteShiftWithReadBack) {
     constexpr int bitCount = 2 * 1024 * 1024 * 8;
-    const std::string first = pattern(2 * 1024 * 1024, 'A');
-    const std::string second = pattern(2 * 1024 * 1024, 'M');
+    const std::string first = pattern(std::size_t{2} * 1024 * 1024, 'A');
+    const std::string second = pattern(std::size_t{2} * 1024 * 1024, 'M');
     tokens(*peer, {"0", std::to_string(bitCount), "1", "0"});
     chunks(*peer, first, true);
     chunks(*peer, second, true);
