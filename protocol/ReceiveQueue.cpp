@@ -86,7 +86,11 @@ private:
             const ssize_t received = recv(fd, buffer, sizeof buffer, 0);
             if (received <= 0) return nullptr;
             int length = static_cast<int>(received);
-            for (auto* header = reinterpret_cast<const nlmsghdr*>(buffer); NLMSG_OK(header, length);
+            // NLMSG_OK compares the header's unsigned length with the one
+            // given; a length gone negative past an unaligned last message
+            // ends the walk before the cast could make it large.
+            for (auto* header = reinterpret_cast<const nlmsghdr*>(buffer);
+                 length >= 0 && NLMSG_OK(header, static_cast<std::uint32_t>(length));
                  header = NLMSG_NEXT(header, length)) {
                 if (header->nlmsg_seq != seq) continue;
                 return header->nlmsg_type == SOCK_DIAG_BY_FAMILY ? header : nullptr;
@@ -96,7 +100,7 @@ private:
 
     int fd = -1;
     std::uint32_t sequence = 0;
-    alignas(nlmsghdr) char buffer[8192];
+    alignas(nlmsghdr) char buffer[8192]{};
 };
 
 DiagSocket& diagSocket() {

@@ -29,10 +29,10 @@ inline constexpr int tooLong = -5;        // a scan longer than the model handle
 
 struct CableConfig {
     std::vector<TapDevice> chain = defaultChain();
-    std::size_t sspiSize = 64 * 1024;
+    std::size_t sspiSize = std::size_t{64} * 1024;
     int i2cAddress = 0x50;
     std::size_t i2cSize = 256;
-    std::size_t pumpCapacity = 16 * 1024 * 1024;
+    std::size_t pumpCapacity = std::size_t{16} * 1024 * 1024;
 };
 
 /** Scans of more bits than this are taken off the wire but not performed. */

@@ -81,7 +81,7 @@ CableConfig parseCableConfig(const std::string& text) {
         const std::string problem = validateChain(config.chain);
         if (!problem.empty()) throw std::runtime_error(problem);
 
-        constexpr std::uint64_t maxMemory = 64 * 1024 * 1024;
+        constexpr std::uint64_t maxMemory = std::uint64_t{64} * 1024 * 1024;
         if (document.contains("sspi")) {
             const json& sspi = document.at("sspi");
             checkKeys(sspi, "sspi", {"size"});
@@ -98,7 +98,7 @@ CableConfig parseCableConfig(const std::string& text) {
             const json& pump = document.at("pump");
             checkKeys(pump, "pump", {"capacity"});
             if (pump.contains("capacity"))
-                config.pumpCapacity = number(pump.at("capacity"), "pump.capacity", 256 * 1024 * 1024);
+                config.pumpCapacity = number(pump.at("capacity"), "pump.capacity", std::uint64_t{256} * 1024 * 1024);
         }
     } catch (const json::exception& error) {
         throw std::runtime_error(error.what());

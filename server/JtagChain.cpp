@@ -37,14 +37,14 @@ TapState nextTapState(TapState state, bool tms) {
     case S::TestLogicReset: return tms ? S::TestLogicReset : S::RunTestIdle;
     case S::RunTestIdle: return tms ? S::SelectDrScan : S::RunTestIdle;
     case S::SelectDrScan: return tms ? S::SelectIrScan : S::CaptureDr;
-    case S::CaptureDr: return tms ? S::Exit1Dr : S::ShiftDr;
+    case S::CaptureDr:
     case S::ShiftDr: return tms ? S::Exit1Dr : S::ShiftDr;
     case S::Exit1Dr: return tms ? S::UpdateDr : S::PauseDr;
     case S::PauseDr: return tms ? S::Exit2Dr : S::PauseDr;
     case S::Exit2Dr: return tms ? S::UpdateDr : S::ShiftDr;
     case S::UpdateDr: return tms ? S::SelectDrScan : S::RunTestIdle;
     case S::SelectIrScan: return tms ? S::TestLogicReset : S::CaptureIr;
-    case S::CaptureIr: return tms ? S::Exit1Ir : S::ShiftIr;
+    case S::CaptureIr:
     case S::ShiftIr: return tms ? S::Exit1Ir : S::ShiftIr;
     case S::Exit1Ir: return tms ? S::UpdateIr : S::PauseIr;
     case S::PauseIr: return tms ? S::Exit2Ir : S::PauseIr;

@@ -154,7 +154,7 @@ private:
     Cable& cable;
     ConnectionId id;
     FrameReader reader;
-    std::array<char, 16 * 1024> incoming{};
+    std::array<char, std::size_t{16} * 1024> incoming{};
     std::string clientName;
     std::string label;         // the command being served, for the trace
     std::string commandToken;  // its frame's text

@@ -50,7 +50,9 @@ void detachStandardStreams(bool keepStandardError) {
 
 }  // namespace
 
-int main(int argc, char** argv) {
+// Anything thrown that has no handler of its own (running out of memory, a
+// failing system call inside Asio) ends the program with one line saying why.
+int main(int argc, char** argv) try {
     closeInheritedDescriptors();
     std::signal(SIGPIPE, SIG_IGN);
     std::signal(SIGHUP, SIG_IGN);
@@ -100,4 +102,7 @@ int main(int argc, char** argv) {
     io.run();
     if (!options.pidFile.empty()) unlink(options.pidFile.c_str());
     return 0;
+} catch (const std::exception& error) {
+    std::fprintf(stderr, "tetherhost: %s\n", error.what());
+    return 1;
 }

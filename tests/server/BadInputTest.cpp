@@ -22,7 +22,7 @@ namespace {
 constexpr int port = TETHERHOST_TEST_PORT;
 /* Heap the server may gain over a run and still count as not growing: room
  * for allocator bookkeeping, none for a leak per connection or command. */
-constexpr long heapSlack = 64 * 1024;
+constexpr long heapSlack = long{64} * 1024;
 
 /* The issue asks for 64 clients for 60 s; ctest runs the soak for 10 s
  * unless TETHERHOST_SOAK_SECONDS says otherwise. */
@@ -194,6 +194,7 @@ TEST_F(BadInput, SixtyFourClientsAtOnceAreAllServedCorrectly) {
     std::atomic<int> started{0};
     const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(soakSeconds());
     std::vector<std::thread> threads;
+    threads.reserve(clients);
     for (int t = 0; t < clients; ++t) {
         threads.emplace_back([&, t] {
             RawClient client(port);

@@ -118,7 +118,7 @@ TEST(PumpBuffer, FullBufferAndUnknownModeRefuseTheBlock) {
 
 TEST(PumpBuffer, FourMebibytesGoInAndComeOutIntactInPieces) {
     Cable cable;
-    const std::string block = pattern(4 * 1024 * 1024, 42);
+    const std::string block = pattern(std::size_t{4} * 1024 * 1024, 42);
     ASSERT_TRUE(cable.planPump(0, block.size()).keep);
     cable.pump.append(block);
     std::string back;

@@ -124,6 +124,7 @@ TEST(JtagChain, BitsWaitInTheRegistersThroughPauseDr) {
     chain.moveTo(TapState::ShiftDr);  // through Exit2-DR: no capture
     ASSERT_EQ(chain.state(), TapState::ShiftDr);
     std::vector<bool> out;
+    out.reserve(3);
     for (int i = 0; i < 3; ++i) out.push_back(chain.clock(false, false));
     EXPECT_EQ(out, (std::vector<bool>{true, false, true}));  // the last three bits shifted in, oldest first
 }

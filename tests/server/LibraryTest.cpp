@@ -175,7 +175,7 @@ TEST_F(Library, PumpEchoesASingleBlock) {
 
 TEST_F(Library, PumpFourMebibytesAndGetThemBackIntact) {
     const auto client = connect("pump4m");
-    const std::string data = pattern(4 * 1024 * 1024, 14);
+    const std::string data = pattern(std::size_t{4} * 1024 * 1024, 14);
     Bytes block = bytesOf(data);
     EXPECT_EQ(client->Send(42, block.data(), static_cast<int>(data.size() * 8), 0, 0), 4 * 1024 * 1024);
     std::string back;

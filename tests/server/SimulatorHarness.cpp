@@ -25,8 +25,6 @@
 #include <sstream>
 #include <thread>
 
-extern char** environ;
-
 namespace tetherhost::test {
 namespace {
 
@@ -71,6 +69,7 @@ ScratchDir::~ScratchDir() {
 
 pid_t spawnProgram(const std::string& program, const std::vector<std::string>& arguments) {
     std::vector<char*> argv;
+    argv.reserve(arguments.size() + 1);
     for (const std::string& argument : arguments) argv.push_back(const_cast<char*>(argument.c_str()));
     argv.push_back(nullptr);
     pid_t pid = -1;
@@ -106,7 +105,7 @@ bool waitGone(pid_t pid, int timeoutMs) {
 }
 
 std::string simulatorAlias(const ScratchDir& scratch) {
-    const std::string program = scratch.file("simulator-under-test");
+    std::string program = scratch.file("simulator-under-test");
     if (access(program.c_str(), X_OK) == 0) return program;
     if (link(simulatorProgram().c_str(), program.c_str()) != 0) {
         std::filesystem::copy_file(simulatorProgram(), program);
