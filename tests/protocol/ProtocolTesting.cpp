@@ -105,17 +105,6 @@ StdinReplacement::~StdinReplacement() {
     }
 }
 
-TempDir::TempDir() {
-    char pattern[] = "/tmp/tetherhost-protocol-XXXXXX";
-    if (mkdtemp(pattern) == nullptr) throw std::runtime_error("mkdtemp failed");
-    directory = pattern;
-}
-
-TempDir::~TempDir() {
-    std::error_code ignored;
-    std::filesystem::remove_all(directory, ignored);
-}
-
 void copyExecutable(const std::string& from, const std::string& to) {
     std::filesystem::copy_file(from, to, std::filesystem::copy_options::overwrite_existing);
     std::filesystem::permissions(to, std::filesystem::perms::owner_all | std::filesystem::perms::group_exec |

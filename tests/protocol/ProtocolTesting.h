@@ -14,6 +14,8 @@
 
 class Client;
 
+#include "TempDir.h"
+
 namespace tetherhost::test {
 
 using Lines = std::vector<std::string>;
@@ -67,20 +69,6 @@ public:
 
 private:
     int saved;
-};
-
-/** A private temporary directory, removed with its contents. */
-class TempDir {
-public:
-    TempDir();
-    ~TempDir();
-    TempDir(const TempDir&) = delete;
-    TempDir& operator=(const TempDir&) = delete;
-    const std::string& path() const { return directory; }
-    std::string file(const std::string& name) const { return directory + "/" + name; }
-
-private:
-    std::string directory;
 };
 
 /** Copies `from` to `to` as an executable file. */

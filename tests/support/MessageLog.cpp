@@ -1,29 +1,15 @@
 /* MessageLog: a temporary log file read back line by line. */
 #include "MessageLog.h"
 
-#include <unistd.h>
-
-#include <cstdlib>
 #include <fstream>
 #include <sstream>
-#include <stdexcept>
 
 #include "Client.h"
 #include "ClientUtils.h"
 
 namespace tetherhost::test {
 
-MessageLog::MessageLog() {
-    char pattern[] = "/tmp/tetherhost-log-XXXXXX";
-    if (mkdtemp(pattern) == nullptr) throw std::runtime_error("mkdtemp failed");
-    directory = pattern;
-    file = directory + "/client.log";
-}
-
-MessageLog::~MessageLog() {
-    std::remove(file.c_str());
-    rmdir(directory.c_str());
-}
+MessageLog::MessageLog() : file(directory.file("client.log")) {}
 
 const std::string& MessageLog::path() const { return file; }
 

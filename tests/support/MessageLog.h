@@ -10,6 +10,8 @@
 #include <string>
 #include <vector>
 
+#include "TempDir.h"
+
 class Client;
 class ClientUtils;
 
@@ -19,8 +21,6 @@ class MessageLog {
 public:
     /** A fresh path in a private temporary directory; the file does not exist yet. */
     MessageLog();
-    /** Removes the file and its directory. */
-    ~MessageLog();
 
     MessageLog(const MessageLog&) = delete;
     MessageLog& operator=(const MessageLog&) = delete;
@@ -40,7 +40,7 @@ public:
     void clear() const;
 
 private:
-    std::string directory;
+    TempDir directory;
     std::string file;
 };
 

@@ -167,16 +167,6 @@ Finished runInTerminal(const std::vector<std::string>& argv, int timeoutMs) {
     return result;
 }
 
-TempDir::TempDir() {
-    std::string pattern = (std::filesystem::temp_directory_path() / "tetherctl-test-XXXXXX").string();
-    if (mkdtemp(pattern.data()) != nullptr) folder = pattern;
-}
-
-TempDir::~TempDir() {
-    std::error_code ignored;
-    if (!folder.empty()) std::filesystem::remove_all(folder, ignored);
-}
-
 Simulator::Simulator(const std::vector<std::string>& options) {
     const std::string pidFile = folder.file("pid");
     // Run under another name, so that the simulator never counts as a

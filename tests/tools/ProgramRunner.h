@@ -11,6 +11,8 @@
 #include <string>
 #include <vector>
 
+#include "TempDir.h"
+
 namespace tetherhost::test {
 
 struct Finished {
@@ -55,21 +57,6 @@ Finished runProgram(const std::vector<std::string>& argv, const std::vector<std:
 /** Runs `argv` with standard output and error on a pseudo-terminal; `out`
  * holds everything written to it. */
 Finished runInTerminal(const std::vector<std::string>& argv, int timeoutMs = 60000);
-
-/** A fresh folder under the system's temporary folder, removed with its
- * contents by the destructor. */
-class TempDir {
-public:
-    TempDir();
-    ~TempDir();
-    TempDir(const TempDir&) = delete;
-    TempDir& operator=(const TempDir&) = delete;
-    const std::string& path() const { return folder; }
-    std::string file(const std::string& name) const { return folder + "/" + name; }
-
-private:
-    std::string folder;
-};
 
 /** The tetherhost simulator on 127.0.0.1:4001, started with --pid-file and
  * --trace in a folder of its own, from a link named tool-test-simulator;
