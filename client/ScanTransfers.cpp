@@ -106,20 +106,32 @@ int Client::sendJTAGShiftargs(int socket, va_list args) {
 
     reply.clear();
     if (const int sent = channel.sendGoToken(); sent < 0) return sent;
-    if (const int received = channel.receive(reply, blockSize); received < 0) return received;
+    const int statusReceived = channel.receive(reply, blockSize);
+    if (statusReceived < 0) return statusReceived;
     const int status = static_cast<int>(std::strtol(reply.text(), nullptr, 10));
     // Only the lowest bit of withSecond asks for the data back, and the
-    // flag of value 2 suppresses it.
+    // flag of value 2 suppresses it; whatever else the status receive
+    // brought is then ignored.
     if ((withSecond & 1) == 0 || status < 0 || (flags & 2) != 0) return status;
 
-    if (byteCount > blockSize) return channel.readBackChunks(reply, chunkCount, tdoData);
+    // A stream socket may deliver the read-back in the status receive, behind
+    // the status text's NUL. Those bytes are the read-back's first bytes: the
+    // library must not wait for them again, or it waits for ever.
+    const int carried = static_cast<int>(reply.carryAfterText(statusReceived));
+    if (byteCount > blockSize) {
+        if (carried > 0 && reply.text()[0] != '+') return channel.failReceive();
+        return channel.readBackChunks(reply, chunkCount, tdoData, carried);
+    }
     // The single block's data lands over the status text, which shows behind
     // a short reply; this read has no message of its own.
     tdoData.clear();
-    const long received = reply.receive(socket, blockSize);
-    if (wire::failed(received)) return receiveFailure;
+    long received = 0;
+    if (carried < std::max(byteCount, 1)) {
+        received = reply.receiveBehind(socket, carried);
+        if (wire::failed(received)) return receiveFailure;
+    }
     appendLeading(tdoData, reply, byteCount);
-    return static_cast<int>(received);
+    return carried + static_cast<int>(received);
 }
 
 int Client::GetTDO(char* dest, int bitCount) {

@@ -123,13 +123,26 @@ int Channel::sendChunks(const unsigned char* data, long available, int byteCount
     return 0;
 }
 
-int Channel::readBackChunks(wire::FrameBuffer& reply, int chunkCount, std::string& tdoData) const {
+int Channel::readBackChunks(wire::FrameBuffer& reply, int chunkCount, std::string& tdoData,
+                            int carried) const {
     tdoData.clear();
     int lastGo = 0;
     for (int i = 0; i < chunkCount; ++i) {
-        reply.clear();
-        const int received = receive(reply, blockSize);
-        if (received < 0) return received;
+        int received = 0;
+        if (i == 0 && carried > 0) {
+            // The first chunk began in the status receive: one receive
+            // completes it, and never one of 0 bytes.
+            received = carried;
+            if (carried < blockSize) {
+                const long more = reply.receiveBehind(socket, carried);
+                if (wire::failed(more)) return failReceive();
+                received += static_cast<int>(more);
+            }
+        } else {
+            reply.clear();
+            received = receive(reply, blockSize);
+            if (received < 0) return received;
+        }
         if (marshaller.readBackNeedsPlus && reply.text()[0] != '+') return failReceive();
         tdoData.append(reply.text(), static_cast<std::size_t>(received));
         lastGo = sendGoToken();

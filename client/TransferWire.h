@@ -102,8 +102,11 @@ public:
      * to 1024 bytes, appends all of them to `tdoData` and sends the go token.
      * Gives the count of the last go token's send (0 when there were no
      * chunks), or -1001 / -1002; chunks received before a failure stay in
-     * `tdoData`. */
-    int readBackChunks(wire::FrameBuffer& reply, int chunkCount, std::string& tdoData) const;
+     * `tdoData`. `carried` bytes already at the start of `reply` (brought by
+     * the receive before, behind a status text) begin the first chunk, and
+     * one receive behind them completes it. */
+    int readBackChunks(wire::FrameBuffer& reply, int chunkCount, std::string& tdoData,
+                       int carried = 0) const;
 
     /** After a chunked write: the server's data read back into `tdoData` when
      * `withReadBack` is non-zero, otherwise one more acknowledgement. 0,

@@ -84,6 +84,23 @@ public:
                                                : static_cast<long>(frameSize));
     }
 
+    /* After a receive of `received` bytes that began with a text: moves the
+     * bytes it brought behind the text's NUL to the start of the buffer and
+     * zeroes the rest. Their count, 0 when the receive held nothing more (the
+     * buffer is then left as it was). */
+    long carryAfterText(long received) {
+        const long carried = received - (textLength() + 1);
+        if (carried <= 0) return 0;
+        std::memmove(bytes, bytes + (received - carried), static_cast<std::size_t>(carried));
+        std::memset(bytes + carried, 0, frameSize - static_cast<std::size_t>(carried));
+        return carried;
+    }
+
+    /* One receive behind the first `held` bytes, filling the frame at most. */
+    long receiveBehind(int socket, long held) {
+        return receiveBytes(socket, bytes + held, static_cast<long>(frameSize) - held);
+    }
+
 private:
     char bytes[frameSize + 1]{};
 };

@@ -323,11 +323,18 @@ JtagShiftReply RawClient::jtagShift(const JtagShift& shift) {
     result.framed = framed;
     const long status = std::strtol(result.status.c_str(), nullptr, 10);
     if ((shift.withSecond & 1) == 0 || status < 0 || (shift.flags & 2) != 0) return result;
-    if (byteCount <= 1024) {
-        result.readBack = receive(1024);
-        return result;
+    // A stream socket may bring the read-back's first bytes in the status's
+    // receive: they begin the read-back, as the library takes them.
+    const std::size_t textEnd = result.status.find('\0');
+    if (textEnd != std::string::npos) {
+        result.readBack = result.status.substr(textEnd + 1);
+        result.status.resize(textEnd + 1);
     }
-    for (int i = 0; i < chunkCount; ++i) {
+    const std::size_t firstPart = byteCount <= 1024 ? std::max<std::size_t>(static_cast<std::size_t>(byteCount), 1) : 1024;
+    if (result.readBack.size() < firstPart) result.readBack += receive(1024 - result.readBack.size());
+    if (byteCount <= 1024) return result;
+    result.framed = send(plus) && result.framed;
+    for (int i = 1; i < chunkCount; ++i) {
         result.readBack += receive(1024);
         result.framed = send(plus) && result.framed;
     }

@@ -416,23 +416,6 @@ TEST_F(Wire, JtagShiftLongerThanTheModelReportsMinusFiveAndNoReadBack) {
     EXPECT_EQ(client->reply(), 0);
 }
 
-TEST_F(Wire, TenThousandJtagShiftsNeverMergeTheStatusAndTheReadBack) {
-    bypassAll();
-    JtagShift shift;
-    shift.bitCount = 64;
-    shift.withSecond = 1;
-    shift.second = std::string(8, '\0');
-    for (int i = 0; i < 10000; ++i) {
-        shift.first = pattern(8, static_cast<unsigned>(i));
-        const JtagShiftReply reply = client->jtagShift(shift);
-        ASSERT_TRUE(reply.framed) << "shift " << i;
-        // A merge shows as the read-back riding on the status's receive.
-        ASSERT_EQ(reply.status, wire("0\0")) << "shift " << i;
-        ASSERT_EQ(reply.readBack, delayed(shift.first, 64, 3)) << "shift " << i;
-        ASSERT_EQ(client->reply(), 0) << "shift " << i;
-    }
-}
-
 TEST_F(Wire, I2cWriteGoesToTheEepromAt0x50BitReversedOnTheWire) {
     // Command 46: word address 16, bus address 0x50 (sent reversed: 10), 16 bits.
     EXPECT_EQ(client->exchange("46"), plus);

@@ -98,5 +98,21 @@ TEST_F(TransferSend, Command44WithSubCommand12ReturnsTheIntegerReplyAfterTheRead
     EXPECT_EQ(tdo[0], 'Q');
 }
 
+TEST_F(TransferSend, Command44WithTheReadBackMergedIntoTheStatusReceiveStaysInStep) {
+    peer->expectFrame("44").reply("ok");
+    peer->expectFrame("12").ack();
+    tokens(*peer, {"0", "8", "1", "0"});
+    peer->expect(bytes("a\0")).reply("r").expect(bytes("b\0")).reply("s");
+    peer->expect(goToken).reply(bytes("0\0") + "Q");
+    integerReply("3");
+    connect();
+    EXPECT_EQ(client.Send(44, 12, 0, 8, 1, 0, "a", "b"), 3);
+    EXPECT_TRUE(peerFinished());
+    EXPECT_EQ(client.GetClientStatus(), 0);
+    char tdo[1] = {};
+    EXPECT_EQ(client.GetTDO(tdo, 8), 0);
+    EXPECT_EQ(tdo[0], 'Q');
+}
+
 }  // namespace
 }  // namespace tetherhost::test
