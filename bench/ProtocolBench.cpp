@@ -6,6 +6,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -44,6 +45,15 @@ struct FloorClient {
     }
     long sendBlock(const char* data, long length) {
         return ::send(socket, data, static_cast<std::size_t>(length), MSG_NOSIGNAL);
+    }
+    /* After the status receive of `got` bytes: the read-back bytes that came
+     * with it behind the status text's NUL, moved to the start of `reply`. A
+     * stream socket may merge the two, and the library takes them so. */
+    long carryAfterStatus(long got) {
+        const long carried = got - static_cast<long>(std::strlen(reply) + 1);
+        if (carried <= 0) return 0;
+        std::memmove(reply, reply + (got - carried), static_cast<std::size_t>(carried));
+        return carried;
     }
     int integerReply() {
         exchange("+", 1024);
@@ -106,8 +116,9 @@ void floorShift(FloorClient& floor, const std::vector<char>& data, int bits, std
             floor.sendBlock(block.data(), byteCount + 1);
             ::recv(floor.socket, floor.reply, 1024, 0);
         }
-        floor.exchange("+", 1024);  // go token, status text
-        const long got = ::recv(floor.socket, floor.reply, 1024, 0);
+        const long carried = floor.carryAfterStatus(floor.exchange("+", 1024));  // go token, status text
+        long got = carried;
+        if (carried < std::max(byteCount, 1L)) got += ::recv(floor.socket, floor.reply + carried, static_cast<std::size_t>(1024 - carried), 0);
         if (got > 0) tdo.assign(floor.reply, floor.reply + byteCount);
     } else {
         const long chunkCount = (byteCount + 1023) / 1024;
@@ -120,10 +131,11 @@ void floorShift(FloorClient& floor, const std::vector<char>& data, int bits, std
                 floor.sendBlock(block.data(), 1024);
                 ::recv(floor.socket, floor.reply, 2, 0);
             }
-        floor.exchange("+", 1024);
+        long carried = floor.carryAfterStatus(floor.exchange("+", 1024));
         tdo.clear();
         for (long c = 0; c < chunkCount; ++c) {
-            const long got = ::recv(floor.socket, floor.reply, 1024, 0);
+            const long got = carried + ::recv(floor.socket, floor.reply + carried, static_cast<std::size_t>(1024 - carried), 0);
+            carried = 0;
             tdo.insert(tdo.end(), floor.reply, floor.reply + got);
             floor.sendBlock("+", 2);
         }
