@@ -118,10 +118,7 @@ int Client::sendJTAGShiftargs(int socket, va_list args) {
     // the status text's NUL. Those bytes are the read-back's first bytes: the
     // library must not wait for them again, or it waits for ever.
     const int carried = static_cast<int>(reply.carryAfterText(statusReceived));
-    if (byteCount > blockSize) {
-        if (carried > 0 && reply.text()[0] != '+') return channel.failReceive();
-        return channel.readBackChunks(reply, chunkCount, tdoData, carried);
-    }
+    if (byteCount > blockSize) return channel.readBackChunks(reply, chunkCount, tdoData, carried);
     // The single block's data lands over the status text, which shows behind
     // a short reply; this read has no message of its own.
     tdoData.clear();

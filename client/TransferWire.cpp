@@ -130,8 +130,10 @@ int Channel::readBackChunks(wire::FrameBuffer& reply, int chunkCount, std::strin
     for (int i = 0; i < chunkCount; ++i) {
         int received = 0;
         if (i == 0 && carried > 0) {
-            // The first chunk began in the status receive: one receive
-            // completes it, and never one of 0 bytes.
+            // The first chunk began in the status receive: a wrong first
+            // byte fails before waiting for more, and one receive completes
+            // the chunk, never one of 0 bytes.
+            if (marshaller.readBackNeedsPlus && reply.text()[0] != '+') return failReceive();
             received = carried;
             if (carried < blockSize) {
                 const long more = reply.receiveBehind(socket, carried);
