@@ -64,11 +64,13 @@ void Trace::event(const Where& where, std::string_view what) {
 
 void Trace::write(const Where& where, char direction, std::string_view item, const std::string& rest) {
     const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
+    // Both come from the client's own bytes: escaped, so that no client
+    // can break a line of the trace or forge one.
     const std::string client = where.client.empty() ? std::string("-") : escaped(where.client, true);
-    const std::string_view command = where.command.empty() ? std::string_view("-") : where.command;
+    const std::string command = where.command.empty() ? std::string("-") : escaped(where.command, true);
     std::fprintf(out, "%.6f c%llu %.*s %c %.*s %.*s %s\n", seconds,
                  static_cast<unsigned long long>(where.connection), static_cast<int>(client.size()),
-                 client.c_str(), direction, static_cast<int>(command.size()), command.data(),
+                 client.c_str(), direction, static_cast<int>(command.size()), command.c_str(),
                  static_cast<int>(item.size()), item.data(), rest.c_str());
 }
 
