@@ -98,6 +98,8 @@ int main(int argc, char** argv) try {
     row("JTAG shift 1 MiB with read-back", "BM_JtagShift_Library/8388608", "BM_JtagShift_Floor/8388608",
         "<= 1.05");
     row("simulator: Send(38) (vs minimal server)", "BM_Send38_Simulator", "BM_Send38_MinimalServer", "<= 1.10");
+    row("simulator: Send(38) beside 100 stalled clients", "BM_Simulator_LatencyBesideStalledClients/100",
+        "BM_Simulator_LatencyBesideStalledClients/0", "<= 1.5");
 
     std::printf("\nheap allocations per operation: PrintMessage off %.2f, log line %.2f, Send(38) %.2f, "
                 "JTAG 32 bits %.2f, JTAG 1 MiB %.2f\n",

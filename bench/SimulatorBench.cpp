@@ -1,14 +1,16 @@
 /* The simulator against the floor: one client's Send(38) against the
  * tetherhost simulator and against the minimal blocking server (BenchPeer)
  * in the same run; commands per second with 1, 16 and 64 concurrent clients;
- * the simulator's CPU time per command; and its memory before and after a
- * million commands. The simulator is started from the benchmark's own
+ * the simulator's CPU time per command; one client's latency beside 100
+ * stalled connections; and its memory before and after a million commands. The simulator is started from the benchmark's own
  * directory and ended by its process id. */
 #include <signal.h>
 #include <spawn.h>
+#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstdio>
@@ -39,9 +41,10 @@ std::string ownDirectory() {
 /* A tetherhost simulator process on 127.0.0.1:4001 for the benchmark's life. */
 class Simulator {
 public:
-    Simulator() {
+    explicit Simulator(const std::vector<std::string>& options = {}) {
         const std::string program = ownDirectory() + "/tetherhost";
         std::vector<std::string> words = {"tetherhost", "--idle-exit", "0"};
+        words.insert(words.end(), options.begin(), options.end());
         std::vector<char*> argv;
         argv.reserve(words.size() + 1);
         for (std::string& word : words) argv.push_back(word.data());
@@ -142,6 +145,38 @@ void BM_Simulator_ConcurrentClients(benchmark::State& state) {
     }
 }
 BENCHMARK(BM_Simulator_ConcurrentClients)->Arg(1)->Arg(16)->Arg(64)->Iterations(1)->UseManualTime()->Unit(benchmark::kSecond);
+
+/* One client's Send(38) latency, median of 10,000, while `stalled`
+ * connections each hold half a command token (their stall time set longer
+ * than the run, so they stay). The ratio of the two runs shows what stalled
+ * clients cost the others. */
+void BM_Simulator_LatencyBesideStalledClients(benchmark::State& state) {
+    const auto stalled = static_cast<std::size_t>(state.range(0));
+    Simulator simulator({"--stall-timeout", "3600"});
+    std::vector<int> stallers;
+    for (std::size_t i = 0; i < stalled; ++i) {
+        const int socket = tetherhost::bench::connectFloorClient("stalled");
+        if (::send(socket, "4", 1, MSG_NOSIGNAL) != 1) throw std::runtime_error("a stalled client could not send");
+        stallers.push_back(socket);
+    }
+    Client client(clientName);
+    client.Connect(nullptr, nullptr, nullptr);
+    constexpr std::size_t commands = 10000;
+    std::vector<double> microseconds(commands);
+    for ([[maybe_unused]] auto _ : state) {
+        for (double& latency : microseconds) {
+            const auto start = std::chrono::steady_clock::now();
+            benchmark::DoNotOptimize(client.Send(38));
+            latency = std::chrono::duration<double, std::micro>(std::chrono::steady_clock::now() - start).count();
+        }
+        std::nth_element(microseconds.begin(), microseconds.begin() + commands / 2, microseconds.end());
+        state.SetIterationTime(microseconds[commands / 2] / 1e6);
+    }
+    state.counters["median_us"] = microseconds[commands / 2];
+    client.Disconnect();
+    for (const int socket : stallers) ::close(socket);
+}
+BENCHMARK(BM_Simulator_LatencyBesideStalledClients)->Arg(0)->Arg(100)->Iterations(1)->UseManualTime()->Unit(benchmark::kMicrosecond);
 
 /* The simulator's resident memory before and after a million commands. */
 void BM_Simulator_MillionCommandsMemory(benchmark::State& state) {

@@ -77,9 +77,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     server.assign(asio::ip::tcp::v4(), ends[1]);
 
     tetherhost::sim::Cable cable;
-    tetherhost::sim::Locks locks;
     tetherhost::sim::Trace trace;
-    tetherhost::sim::ServerState state{cable, locks, trace};
+    const tetherhost::sim::Limits limits;
+    tetherhost::sim::ServerState state(cable, trace, limits);
     std::exception_ptr escaped;
     asio::co_spawn(io, tetherhost::sim::serveConnection(server, state, 1), [&](std::exception_ptr error) {
         escaped = error;

@@ -25,6 +25,7 @@ inline constexpr int outOfRange = -2;     // an address, length or mode the targ
 inline constexpr int noAcknowledge = -3;  // no I2C device answers that bus address
 inline constexpr int bufferFull = -4;     // the pump buffer cannot take the block
 inline constexpr int tooLong = -5;        // a scan longer than the model handles
+inline constexpr int busy = -6;           // other connections hold the memory a transfer needs
 }  // namespace reply
 
 struct CableConfig {
@@ -50,7 +51,7 @@ inline constexpr int eraseFirst = 1;  // erase the touched sectors before progra
 }
 
 struct ShiftResult {
-    int status = reply::done;  // done, or tooLong (nothing was shifted)
+    int status = reply::done;  // done, or tooLong or busy (nothing was shifted)
     std::string tdo;           // (bitCount + 7) / 8 bytes when done
     std::size_t mismatches = 0;
 };

@@ -1,19 +1,29 @@
 /* Server: the listening socket, the connections' coroutines, signals and
- * the idle exit. */
+ * the idle exit, and the refusal of connections it cannot serve. */
 #include "Server.h"
+
+#include <fcntl.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 #include <asio/co_spawn.hpp>
 #include <asio/detached.hpp>
 #include <asio/experimental/as_tuple.hpp>
 #include <asio/use_awaitable.hpp>
+#include <cerrno>
 #include <csignal>
 #include <exception>
+#include <string>
 
 namespace tetherhost::sim {
 
-Server::Server(asio::io_context& io, Cable& cable, Trace& trace, std::chrono::seconds idleExit)
+Server::Server(asio::io_context& io, Cable& cable, Trace& trace, const Limits& limits, std::chrono::seconds idleExit)
     : io(io), acceptor(io), idleTimer(io), signals(io, SIGINT, SIGTERM), idleExit(idleExit),
-      state{cable, locks, trace} {}
+      state(cable, trace, limits), spareDescriptor(open("/dev/null", O_RDONLY | O_CLOEXEC)) {}
+
+Server::~Server() {
+    if (spareDescriptor >= 0) close(spareDescriptor);
+}
 
 void Server::listen(unsigned short port) {
     const asio::ip::tcp::endpoint endpoint(asio::ip::make_address_v4("127.0.0.1"), port);
@@ -34,35 +44,74 @@ void Server::start() {
 asio::awaitable<void> Server::accept() {
     using asio::experimental::as_tuple;
     asio::steady_timer backOff(io);
+    bool connectionWaiting = false;
     while (acceptor.is_open()) {
         auto [error, socket] = co_await acceptor.async_accept(as_tuple(asio::use_awaitable));
         if (error == asio::error::operation_aborted) co_return;
-        if (error) {
-            // Out of descriptors or memory: give the open connections a
-            // moment to finish instead of spinning.
-            backOff.expires_after(std::chrono::milliseconds(100));
-            co_await backOff.async_wait(as_tuple(asio::use_awaitable));
+        if (!error) {
+            admit(std::move(socket));
             continue;
         }
-        // Replies are small and each is sent when it is due.
-        socket.set_option(asio::ip::tcp::no_delay(true), error);
-        ++state.connected;
-        const ConnectionId id = ++state.connections;
-        idleTimer.cancel();
-        asio::co_spawn(io, serve(std::move(socket), id), asio::detached);
+        if (error == asio::error::no_descriptors || error.value() == ENFILE) {
+            // accept fails this way whether or not a connection waits: wait
+            // for one, try once more (a connection may have ended
+            // meanwhile), and only then make room to refuse it.
+            if (!connectionWaiting) {
+                const auto [waitError] = co_await acceptor.async_wait(asio::socket_base::wait_read, as_tuple(asio::use_awaitable));
+                if (waitError == asio::error::operation_aborted) co_return;
+                connectionWaiting = true;
+                continue;
+            }
+            connectionWaiting = false;
+            if (refuseWithSpare()) continue;
+        }
+        // Out of memory, or no spare descriptor to make room with: give the
+        // open connections a moment to finish instead of spinning.
+        state.trace.event({0, {}, {}}, "accept failed: " + error.message() + "; trying again in 100 ms");
+        backOff.expires_after(std::chrono::milliseconds(100));
+        co_await backOff.async_wait(as_tuple(asio::use_awaitable));
     }
+}
+
+void Server::admit(asio::ip::tcp::socket socket) {
+    const ConnectionId id = ++state.connections;
+    std::error_code ignored;
+    if (state.connected >= state.limits.maxConnections) {
+        state.trace.event({id, {}, {}}, "refused: " + std::to_string(state.connected) + " connections open");
+        socket.close(ignored);
+        return;
+    }
+    // Replies are small and each is sent when it is due.
+    socket.set_option(asio::ip::tcp::no_delay(true), ignored);
+    ++state.connected;
+    idleTimer.cancel();
+    asio::co_spawn(io, serve(std::move(socket), id), asio::detached);
+}
+
+/* With no descriptor left, a waiting connection would sit in the listen
+ * queue, its client connected and never answered. The spare descriptor
+ * makes room to take it and close it, so its client sees a failure now.
+ * False when the spare cannot be had back. */
+bool Server::refuseWithSpare() {
+    if (spareDescriptor < 0) spareDescriptor = open("/dev/null", O_RDONLY | O_CLOEXEC);
+    if (spareDescriptor < 0) return false;
+    close(spareDescriptor);
+    const int refused = ::accept4(acceptor.native_handle(), nullptr, nullptr, SOCK_CLOEXEC);
+    if (refused >= 0) {
+        close(refused);
+        state.trace.event({++state.connections, {}, {}}, "refused: out of descriptors");
+    }
+    spareDescriptor = open("/dev/null", O_RDONLY | O_CLOEXEC);
+    return spareDescriptor >= 0;
 }
 
 asio::awaitable<void> Server::serve(asio::ip::tcp::socket socket, ConnectionId id) {
     try {
         co_await serveConnection(socket, state, id);
     } catch (const std::exception&) {
-        // A fault of ours, already traced by the session. The connection is
-        // closed and counted out all the same; the others go on.
+        // A fault of ours, already traced by the session, which has closed
+        // the connection. It is counted out all the same; the others go on.
     }
-    std::error_code ignored;
-    socket.shutdown(asio::socket_base::shutdown_both, ignored);
-    socket.close(ignored);
     if (--state.connected == 0) armIdleTimer();
 }
 

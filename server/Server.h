@@ -12,7 +12,7 @@
 #include <chrono>
 
 #include "Cable.h"
-#include "Locks.h"
+#include "Limits.h"
 #include "Session.h"
 #include "Trace.h"
 
@@ -22,7 +22,10 @@ class Server {
 public:
     /** `idleExit`: stop after this long with no client connected; zero:
      * never. */
-    Server(asio::io_context& io, Cable& cable, Trace& trace, std::chrono::seconds idleExit);
+    Server(asio::io_context& io, Cable& cable, Trace& trace, const Limits& limits, std::chrono::seconds idleExit);
+    ~Server();
+    Server(const Server&) = delete;
+    Server& operator=(const Server&) = delete;
 
     /** Binds 127.0.0.1:`port` and listens; throws std::system_error. */
     void listen(unsigned short port);
@@ -33,6 +36,8 @@ public:
 private:
     asio::awaitable<void> accept();
     asio::awaitable<void> serve(asio::ip::tcp::socket socket, ConnectionId id);
+    void admit(asio::ip::tcp::socket socket);
+    bool refuseWithSpare();
     void armIdleTimer();
     void stop();
 
@@ -41,8 +46,10 @@ private:
     asio::steady_timer idleTimer;
     asio::signal_set signals;
     std::chrono::seconds idleExit;
-    Locks locks;
     ServerState state;
+    /* Held open so that, with every other descriptor in use, one is left to
+     * accept a waiting connection and close it. */
+    int spareDescriptor = -1;
 };
 
 }  // namespace tetherhost::sim

@@ -29,6 +29,7 @@
 #include "FrameReader.h"
 #include "HeapInUse.h"
 #include "ReceiveQueue.h"
+#include "StallWatch.h"
 #include "Vocabulary.h"
 
 namespace tetherhost::sim {
@@ -48,6 +49,10 @@ constexpr int singleBlockBits = 8192;
 constexpr int oneCallSingleFrameBits = 16384;
 /* A read-back chunk that begins with "+" carries this many data bytes. */
 constexpr std::size_t framedPayload = blockSize - 1;
+/* Of each chunked block a connection keeps this much outside the shared
+ * transfer memory: the one-call shift needs it to follow the wire, and
+ * it is bounded per connection like its receive buffer. */
+constexpr std::int64_t ownAllowance = std::int64_t{2} * blockSize;
 
 class ProtocolError : public std::runtime_error {
 public:
@@ -100,7 +105,7 @@ std::string shortened(std::string_view text) {
 class Conversation {
 public:
     Conversation(asio::ip::tcp::socket& socket, ServerState& state, ConnectionId id)
-        : socket(socket), state(state), cable(state.cable), id(id) {}
+        : socket(socket), state(state), cable(state.cable), id(id), watch(socket, state.limits.stallTimeout) {}
 
     asio::awaitable<void> run();
 
@@ -154,7 +159,10 @@ private:
     Cable& cable;
     ConnectionId id;
     FrameReader reader;
-    std::array<char, std::size_t{16} * 1024> incoming{};
+    StallWatch watch;
+    bool betweenCommands = false;  // waiting for a command: may wait for ever
+    TransferMemory::Hold held{state.transferMemory};  // for the command being served
+    bool overBudget = false;       // a block of it did not fit and was not kept
     std::string clientName;
     std::string label;         // the command being served, for the trace
     std::string commandToken;  // its frame's text
@@ -162,9 +170,27 @@ private:
     std::optional<std::string> textReply;
 };
 
+/* Between commands, with nothing half received, the wait for the client
+ * has no end: a host may hold its session open for hours. Anywhere else the
+ * client owes the rest of what it has begun, and the stall watch ends the
+ * connection if it stalls, so a half-sent frame cannot hold a connection
+ * (or keep a server with an idle exit running) for ever. */
 asio::awaitable<void> Conversation::receiveMore() {
-    const std::size_t received = co_await socket.async_read_some(asio::buffer(incoming), use_awaitable);
-    reader.feed(incoming.data(), received);
+    for (;;) {
+        if (betweenCommands && reader.buffered() == 0) {
+            watch.relax();
+        } else {
+            watch.expect();
+        }
+        co_await socket.async_wait(asio::socket_base::wait_read, use_awaitable);
+        std::error_code error;
+        const std::size_t received = socket.read_some(asio::buffer(state.received), error);
+        if (error == asio::error::would_block) continue;
+        if (error) throw std::system_error(error);
+        watch.progress();
+        reader.feed(state.received.data(), received);
+        co_return;
+    }
 }
 
 asio::awaitable<std::string> Conversation::rawToken() {
@@ -210,6 +236,10 @@ asio::awaitable<void> Conversation::goToken() {
 }
 
 asio::awaitable<std::string> Conversation::chunkedBlock(std::int64_t byteCount, bool padded, std::int64_t keep) {
+    if (keep > ownAllowance && !held.add(static_cast<std::size_t>(keep - ownAllowance))) {
+        overBudget = true;
+        keep = ownAllowance;
+    }
     std::string kept;
     for (std::int64_t offset = 0; offset < byteCount; offset += static_cast<std::int64_t>(blockSize)) {
         const auto length = static_cast<std::size_t>(std::min<std::int64_t>(blockSize, byteCount - offset));
@@ -232,7 +262,11 @@ asio::awaitable<void> Conversation::send(std::string_view frame, std::string_vie
     } else {
         state.trace.data(where(), '>', item, frame.size());
     }
+    // A client that does not take what it asked for stalls like one that
+    // does not send.
+    watch.expect();
     co_await asio::async_write(socket, asio::buffer(frame.data(), frame.size()), use_awaitable);
+    watch.progress();
 }
 
 asio::awaitable<void> Conversation::acknowledge(std::string_view item) {
@@ -306,26 +340,39 @@ asio::awaitable<void> Conversation::run() {
     std::string reason = "client left";
     std::exception_ptr unexpected;
     try {
+        // Receives are made when the socket is readable, into the buffer
+        // all connections share.
+        socket.non_blocking(true);
         clientName = co_await token("name");
         co_await send(plusFrame, "answer", true);
         for (;;) co_await next();
     } catch (const ProtocolError& error) {
         reason = error.what();
     } catch (const std::system_error& error) {
-        if (error.code() != asio::error::eof) reason = error.code().message();
+        if (watch.stalled())
+            reason = "stalled for " + std::to_string(watch.limit().count()) + " s with a frame half sent";
+        else if (error.code() != asio::error::eof)
+            reason = error.code().message();
     } catch (const std::exception& error) {
         // A fault of ours: the locks are released all the same, and the
         // exception goes on to whoever runs the session.
         reason = std::string("internal error: ") + error.what();
         unexpected = std::current_exception();
     }
+    // Locks freed and socket closed before the event is traced: whoever
+    // reads the trace may rely on both.
     state.locks.releaseAll(id);
+    std::error_code ignored;
+    socket.shutdown(asio::socket_base::shutdown_both, ignored);
+    socket.close(ignored);
     state.trace.event(where(), "closed: " + reason);
     if (unexpected) std::rethrow_exception(unexpected);
 }
 
 asio::awaitable<void> Conversation::next() {
+    betweenCommands = true;
     const std::string frame = co_await rawToken();
+    betweenCommands = false;
     if (frame == "+") {
         // A reply request: the current command's next reply, or an empty
         // text when it has none left.
@@ -344,7 +391,9 @@ asio::awaitable<void> Conversation::next() {
     replies.clear();
     textReply.reset();
     co_await acknowledge("answer");
+    overBudget = false;
     const int value = co_await perform(*number);
+    held.clear();
     if (!vocab::readsIntegerReply(*number)) co_return;
     replies.push_back(std::to_string(value));
     if (textReply) replies.push_back(*textReply);
@@ -389,7 +438,7 @@ asio::awaitable<int> Conversation::perform(int number) {
         textReply.reset();
         co_return reply::locksNotHeld;
     }
-    co_return value;
+    co_return overBudget ? reply::busy : value;
 }
 
 int Conversation::plain(int number) {
@@ -437,8 +486,8 @@ asio::awaitable<int> Conversation::genericShift(bool refused) {
     const std::int64_t keep = bitCount <= maxScanBits ? byteCount : 0;
     const std::string tdi = co_await block(byteCount, single, keep);
     ShiftResult shifted;
-    if (!refused) shifted = cable.shift(flags, bitCount, tdi, nullptr, nullptr);
-    const std::string& tdo = shifted.tdo;  // empty (zeros go out) when refused or too long
+    if (!refused && !overBudget) shifted = cable.shift(flags, bitCount, tdi, nullptr, nullptr);
+    const std::string& tdo = shifted.tdo;  // empty (zeros go out) when not performed
 
     const Producer produce = [&](std::size_t offset, std::size_t length) { return slice(tdo, offset, length); };
     co_await finishTransfer(byteCount, single, withReadBack != 0, false, produce);
@@ -458,7 +507,7 @@ asio::awaitable<int> Conversation::pumpData() {
     const auto size = static_cast<std::size_t>(byteCount);
     const std::int64_t keep = size <= cable.pump.capacity() ? byteCount : 0;
     const std::string data = co_await block(byteCount, single, keep);
-    const PumpPlan plan = cable.planPump(mode, size);
+    const PumpPlan plan = overBudget ? PumpPlan{reply::busy, false} : cable.planPump(mode, size);
     if (plan.keep) cable.pump.append(data);
     // The single block's read-back is padded with zeros when the buffer
     // holds less; a chunk carries what is left, down to its "+" alone.
@@ -489,7 +538,8 @@ asio::awaitable<int> Conversation::sspiTransfer(int withWrite, int withReadBack)
         if (single && byteCount <= 0) co_return reply::done;  // the library cannot send an empty block and stops
         const std::int64_t keep = byteCount <= static_cast<std::int64_t>(cable.sspi.size()) ? byteCount : 0;
         const std::string data = co_await block(byteCount, single, keep);
-        status = keep == byteCount ? cable.sspiWrite(address, data, options) : reply::outOfRange;
+        if (overBudget) status = reply::busy;
+        else status = keep == byteCount ? cable.sspiWrite(address, data, options) : reply::outOfRange;
     }
     if (withReadBack == 0) {
         co_await acknowledge("ack");
@@ -619,8 +669,10 @@ asio::awaitable<int> Conversation::jtagShift() {
         }
     }
     co_await goToken();
-    const ShiftResult shifted = cable.shift(flags, bitCount, blocks[0], present[1] ? &blocks[1] : nullptr,
-                                            present[2] ? &blocks[2] : nullptr);
+    ShiftResult shifted{reply::busy, {}, 0};
+    if (!overBudget)
+        shifted = cable.shift(flags, bitCount, blocks[0], present[1] ? &blocks[1] : nullptr,
+                              present[2] ? &blocks[2] : nullptr);
     const std::string status = std::to_string(shifted.status) + '\0';
     co_await send(status, "status", true);
 
@@ -679,7 +731,7 @@ asio::awaitable<void> Conversation::oneCallShift() {
         const std::string head = tdi.substr(0, 2 * blockSize);
         co_await oneCallLaterSlots(head, byteCount);
     }
-    cable.shift(*flags, *bitCount, tdi, nullptr, nullptr);
+    if (!overBudget) cable.shift(*flags, *bitCount, tdi, nullptr, nullptr);
 }
 
 /* After its first slot, a large one-call shift sends two more slots, each a

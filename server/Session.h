@@ -7,25 +7,37 @@
 
 #include <asio/awaitable.hpp>
 #include <asio/ip/tcp.hpp>
+#include <array>
 #include <cstdint>
 
 #include "Cable.h"
+#include "Limits.h"
 #include "Locks.h"
 #include "Trace.h"
+#include "TransferMemory.h"
 
 namespace tetherhost::sim {
 
 /** What all connections of one server share. */
 struct ServerState {
+    ServerState(Cable& cable, Trace& trace, const Limits& limits)
+        : cable(cable), trace(trace), limits(limits), transferMemory(limits.transferMemory) {}
+
     Cable& cable;
-    Locks& locks;
     Trace& trace;
+    const Limits& limits;
+    Locks locks;
+    TransferMemory transferMemory;
     int connected = 0;              // connections open now
     std::uint64_t connections = 0;  // connections accepted so far
+    /* Every receive lands here and is handed to its connection's frame
+     * reader at once (one thread serves all), so a connection waiting for
+     * its client holds no receive buffer of its own. */
+    std::array<char, std::size_t{16} * 1024> received{};
 };
 
-/** Serves `socket` until the client leaves or breaks the protocol; the
- * connection's locks are released however it ends. */
+/** Serves `socket` until the client leaves or breaks the protocol; however
+ * it ends, the connection's locks are released and the socket is closed. */
 asio::awaitable<void> serveConnection(asio::ip::tcp::socket& socket, ServerState& state, ConnectionId id);
 
 /** The text reply of command 1: the server's name and version and, as

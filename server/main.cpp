@@ -2,6 +2,7 @@
  * Connect with no arguments, it listens on 127.0.0.1:4001 and runs quietly
  * until a minute passes without clients; see docs/simulator.md. */
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
@@ -14,6 +15,7 @@
 
 #include "Cable.h"
 #include "ChainFile.h"
+#include "Limits.h"
 #include "Server.h"
 #include "Trace.h"
 #include "Vocabulary.h"
@@ -23,6 +25,8 @@ namespace {
 struct Options {
     int port = tetherhost::vocabulary::serverPort;
     int idleExit = 60;
+    tetherhost::sim::Limits limits;
+    int stallTimeout = static_cast<int>(limits.stallTimeout.count());
     std::string trace;
     std::string chain;
     std::string pidFile;
@@ -34,6 +38,15 @@ void closeInheritedDescriptors() {
     if (close_range(3, ~0U, 0) == 0) return;
     const long limit = sysconf(_SC_OPEN_MAX);
     for (int descriptor = 3; descriptor < limit; ++descriptor) close(descriptor);
+}
+
+/* Each client holds one descriptor for as long as it is connected; a soft
+ * limit below the hard one would refuse clients the system allows. */
+void raiseDescriptorLimit() {
+    rlimit limit{};
+    if (getrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur == limit.rlim_max) return;
+    limit.rlim_cur = limit.rlim_max;
+    setrlimit(RLIMIT_NOFILE, &limit);
 }
 
 /* Once listening, the server has nothing more to say on its standard
@@ -54,6 +67,7 @@ void detachStandardStreams(bool keepStandardError) {
 // failing system call inside Asio) ends the program with one line saying why.
 int main(int argc, char** argv) try {
     closeInheritedDescriptors();
+    raiseDescriptorLimit();
     std::signal(SIGPIPE, SIG_IGN);
     std::signal(SIGHUP, SIG_IGN);
 
@@ -64,8 +78,15 @@ int main(int argc, char** argv) try {
         ->check(CLI::NonNegativeNumber);
     app.add_option("--trace", options.trace, "write one line per frame to FILE ('-': standard error)");
     app.add_option("--chain", options.chain, "JSON file describing the cable's devices")->check(CLI::ExistingFile);
+    app.add_option("--max-connections", options.limits.maxConnections,
+                   "connections served at once; more are closed at once (default 4096)")
+        ->check(CLI::PositiveNumber);
+    app.add_option("--stall-timeout", options.stallTimeout,
+                   "close a connection whose command stays half sent this many seconds (default 30)")
+        ->check(CLI::PositiveNumber);
     app.add_option("--pid-file", options.pidFile, "write the process id to FILE while running");
     CLI11_PARSE(app, argc, argv);
+    options.limits.stallTimeout = std::chrono::seconds(options.stallTimeout);
 
     using namespace tetherhost::sim;
     CableConfig config;
@@ -83,7 +104,7 @@ int main(int argc, char** argv) try {
 
     asio::io_context io(1);
     Cable cable(config);
-    Server server(io, cable, trace, std::chrono::seconds(options.idleExit));
+    Server server(io, cable, trace, options.limits, std::chrono::seconds(options.idleExit));
     try {
         server.listen(static_cast<unsigned short>(options.port));
     } catch (const std::system_error& error) {

@@ -7,6 +7,8 @@
 #include <netinet/in.h>
 #include <signal.h>
 #include <spawn.h>
+#include <poll.h>
+#include <sys/inotify.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/time.h>
@@ -67,6 +69,60 @@ ScratchDir::~ScratchDir() {
     if (path != "/tmp") std::filesystem::remove_all(path, ignored);
 }
 
+int openDescriptors(pid_t pid) {
+    int count = 0;
+    DIR* descriptors = opendir(("/proc/" + std::to_string(pid) + "/fd").c_str());
+    if (descriptors == nullptr) return -1;
+    while (const dirent* entry = readdir(descriptors)) count += entry->d_name[0] != '.' ? 1 : 0;
+    closedir(descriptors);
+    return count;
+}
+
+long residentKilobytes(pid_t pid) {
+    std::ifstream status("/proc/" + std::to_string(pid) + "/status");
+    for (std::string line; std::getline(status, line);)
+        if (line.rfind("VmRSS:", 0) == 0) return std::stol(line.substr(6));
+    return -1;
+}
+
+TraceFollower::TraceFollower(const std::string& path)
+    : path(path), watch(inotify_init1(IN_CLOEXEC)) {
+    if (watch >= 0) inotify_add_watch(watch, path.c_str(), IN_MODIFY);
+}
+
+TraceFollower::~TraceFollower() {
+    if (watch >= 0) ::close(watch);
+}
+
+bool TraceFollower::waitFor(const std::string& needle, int count, int timeoutMs) {
+    const auto deadline = Clock::now() + std::chrono::milliseconds(timeoutMs);
+    // The watch was set before the first look, so a change between a look
+    // and the wait still wakes the wait.
+    while (this->count(needle) < count) {
+        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count();
+        pollfd ready{watch, POLLIN, 0};
+        if (left <= 0 || watch < 0 || poll(&ready, 1, static_cast<int>(left)) <= 0) return this->count(needle) >= count;
+        char events[4096];
+        if (read(watch, events, sizeof events) < 0) return false;
+    }
+    return true;
+}
+
+int TraceFollower::count(const std::string& needle) const {
+    std::istringstream text(fileText(path));
+    int found = 0;
+    for (std::string line; std::getline(text, line);) found += line.find(needle) != std::string::npos ? 1 : 0;
+    return found;
+}
+
+std::string TraceFollower::lines(const std::string& needle) const {
+    std::istringstream text(fileText(path));
+    std::string found;
+    for (std::string line; std::getline(text, line);)
+        if (line.find(needle) != std::string::npos) found += line + "\n";
+    return found;
+}
+
 pid_t spawnProgram(const std::string& program, const std::vector<std::string>& arguments) {
     std::vector<char*> argv;
     argv.reserve(arguments.size() + 1);
@@ -115,11 +171,27 @@ std::string simulatorAlias(const ScratchDir& scratch) {
 }
 
 std::unique_ptr<Simulator> Simulator::start(int port, const std::vector<std::string>& options) {
+    return launch(port, {}, options);
+}
+
+std::unique_ptr<Simulator> Simulator::startLimited(int port, const std::string& ulimitArguments,
+                                                   const std::vector<std::string>& options) {
+    return launch(port, ulimitArguments, options);
+}
+
+std::unique_ptr<Simulator> Simulator::launch(int port, const std::string& ulimitArguments,
+                                             const std::vector<std::string>& options) {
     std::unique_ptr<Simulator> simulator(new Simulator);
-    const std::string program = simulatorAlias(simulator->scratch);
+    std::string program = simulatorAlias(simulator->scratch);
     const std::string pidFile = simulator->file("simulator.pid");
     std::vector<std::string> arguments = {"simulator-under-test", "--port", std::to_string(port), "--pid-file", pidFile};
     arguments.insert(arguments.end(), options.begin(), options.end());
+    if (!ulimitArguments.empty()) {
+        // The shell sets the limits and becomes the simulator (same pid).
+        arguments[0] = program;
+        arguments.insert(arguments.begin(), {"sh", "-c", "ulimit " + ulimitArguments + " && exec \"$0\" \"$@\""});
+        program = "/bin/sh";
+    }
     // Another program on this machine may hold the port for a while (4001
     // is everybody's): wait for it, and start again when it was taken
     // between the look and the bind (the simulator then exits with 1).

@@ -62,6 +62,10 @@ public:
      * listens; null when it did not come up. While another program holds
      * the port it waits for it (at most 60 s in all). */
     static std::unique_ptr<Simulator> start(int port, const std::vector<std::string>& options = {});
+    /** As start, with the descriptor limits that `ulimitArguments` (as the
+     * shell's ulimit takes them, "-n 64") set for the simulator alone. */
+    static std::unique_ptr<Simulator> startLimited(int port, const std::string& ulimitArguments,
+                                                   const std::vector<std::string>& options = {});
     /** Ends the process (SIGTERM, then SIGKILL after 5 s) unless it has ended. */
     ~Simulator();
     Simulator(const Simulator&) = delete;
@@ -78,9 +82,34 @@ public:
 
 private:
     Simulator() = default;
+    static std::unique_ptr<Simulator> launch(int port, const std::string& ulimitArguments,
+                                             const std::vector<std::string>& options);
     ScratchDir scratch;
     pid_t process = -1;
     std::optional<int> status;
+};
+
+/** A trace file that a simulator writes, followed as it grows. */
+class TraceFollower {
+public:
+    /** Watches `path`, which must exist. */
+    explicit TraceFollower(const std::string& path);
+    ~TraceFollower();
+    TraceFollower(const TraceFollower&) = delete;
+    TraceFollower& operator=(const TraceFollower&) = delete;
+
+    /** Waits (at most `timeoutMs`) until the file holds at least `count`
+     * lines containing `needle`; woken by the file's changes, not by
+     * polling. */
+    bool waitFor(const std::string& needle, int count = 1, int timeoutMs = 10000);
+    /** How many lines contain `needle` now. */
+    int count(const std::string& needle) const;
+    /** The lines that contain `needle`, joined. */
+    std::string lines(const std::string& needle) const;
+
+private:
+    std::string path;
+    int watch = -1;
 };
 
 /** Starts `program` with `arguments` (argument zero included); its pid. */
@@ -99,6 +128,10 @@ bool waitPortFree(int port, int timeoutMs);
 /** The process that owns the socket listening on 127.0.0.1:`port`, found
  * through /proc/net/tcp and the processes' descriptors; -1 when none. */
 pid_t listeningOwner(int port);
+/** How many descriptors process `pid` has open, from /proc. */
+int openDescriptors(pid_t pid);
+/** Resident memory of process `pid` in kilobytes (VmRSS), or -1. */
+long residentKilobytes(pid_t pid);
 /** Ids of the processes whose name is `name` (as pidof would find them). */
 std::vector<pid_t> processesNamed(const std::string& name);
 
