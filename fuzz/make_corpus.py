@@ -168,6 +168,58 @@ def client_replies():
           client_input(ops + [op(READ, b"\x00"), op(DISCONNECT)], replies + [b"text\0", ACK, b"0\0"], logging=True))
 
 
+# ---------------------------------------------------------------- client_stream
+def delivered(*replies):
+    """The server's records with their delivery bytes: each reply is given
+    alone (delivered whole), or as (reply, split, merge): split it after
+    `split` bytes, and merge its last piece with the next reply's first."""
+    out = b""
+    for reply in replies:
+        body, split, merge = reply if isinstance(reply, tuple) else (reply, 0, False)
+        assert split < 128
+        out += bytes([split << 1 | int(merge)]) + records(body)
+    return out
+
+
+def stream_input(ops, replies, logging=False):
+    return bytes([1 if logging else 0, len(ops) - 1]) + b"".join(ops) + delivered(ACK, *replies)
+
+
+def merged(reply):
+    return (reply, 0, True)
+
+
+def client_stream():
+    # The integer reply arrives in two pieces: "4", then "2" and its NUL.
+    write("client_stream", "read-int-split", stream_input([op(READ, b"\x02")], [(b"42\0", 1, False)]))
+    # A full frame and a further reply in one piece: the rest waits.
+    write("client_stream", "reply-beyond-the-frame",
+          stream_input([op(READ, b"\x00"), op(READ, b"\x02")], [merged(b"x" * 1024), b"7\0"]))
+    ops, replies = open_session()
+    write("client_stream", "open-session-acks-merged",
+          stream_input(ops, [merged(reply) for reply in replies[:-1]] + replies[-1:]))
+    write("client_stream", "acks-cut-after-plus", stream_input(ops, [(reply, 1, False) for reply in replies]))
+    # Command 44/12, 12 bits with read-back: the status and the read-back in one piece.
+    sub12 = bytes([12 + 4]) + jtag_shift(0, bits_small(12), 0x01)
+    write("client_stream", "jtag-shift-status-and-read-back",
+          stream_input(ops + [send(44, sub12)],
+                       replies + [ACK, ACK] + [ACK] * 4 + [ACK, ACK, merged(b"0\0"), b"\x12\x34", b"0\0"]))
+    # 8200 bits directly: the status with the first chunk's start, its rest split.
+    chunked = bytes([1]) + jtag_shift(0, bits_any(8200), 0x01)
+    write("client_stream", "jtag-shift-chunked-merged",
+          stream_input([op(DIRECT, chunked)],
+                       [ACK] * 4 + [ACK, ACK, merged(b"0\0"), (b"+" + b"\x11" * 1023, 100, False), b"+\x22\x22"]))
+    pump = bits_any(8200) + i32(3) + bytes([1, 0x50])
+    write("client_stream", "pump-read-back-cut",
+          stream_input([send(42, pump)],
+                       [ACK] + [ACK] * 3 + [ACK, ACK] + [(b"+" + b"\x33" * 1023, 64, False), merged(b"+\x44\x44"),
+                                                       b"0\0"]))
+    write("client_stream", "lock-answer-with-more", stream_input([send(33), op(READ, b"\x02")],
+                                                                 [ACK, merged(b"1\0"), b"5\0"]))
+    write("client_stream", "reconnect-after-close",
+          stream_input([send(1), op(READ, b"\x02")], [b"", ACK, b"5\0"]))
+
+
 # ---------------------------------------------------------------- sim_session
 def frame(token):
     return token.encode() + b"\0"
@@ -233,6 +285,7 @@ def message_output():
 
 if __name__ == "__main__":
     client_replies()
+    client_stream()
     sim_session()
     frame_reader()
     message_output()

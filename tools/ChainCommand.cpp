@@ -1,9 +1,10 @@
 /* `tetherctl chain`: reset the TAPs, read every device's IDCODE with one
  * data-register scan, and show each IDCODE with its fields, together with
  * the name and instruction length the server reports for the device. */
+#include <climits>
 #include <cstdio>
-#include <cstdlib>
 #include <sstream>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -11,6 +12,7 @@
 #include "Client.h"
 #include "Commands.h"
 #include "Failure.h"
+#include "ReplyNumbers.h"
 
 namespace tetherctl {
 
@@ -41,6 +43,15 @@ std::vector<Reported> describeChain(ServerSession& session) {
     return devices;
 }
 
+/* The IR length the description gives the device at `position`: a whole
+ * decimal number from 1 up; any other text is reported, not narrowed. */
+int irLengthOf(const Reported& device, std::size_t position) {
+    if (const auto bits = replyInteger(device.irLength, 1, INT_MAX)) return *bits;
+    throw std::runtime_error("the server's chain description gives device " + std::to_string(position) +
+                             " the IR length '" + device.irLength + "', not a number from 1 to " +
+                             std::to_string(INT_MAX));
+}
+
 std::string hexField(unsigned value, int digits) {
     char text[16];
     std::snprintf(text, sizeof text, "0x%0*X", digits, value);
@@ -66,6 +77,13 @@ void runChain(const CommonOptions& common, Output& out) {
     const std::vector<ChainDevice> devices = decodeChain(tdo, chainScanBits);
     const std::vector<Reported> reported = describeChain(session);
     session.end();
+    // The description is the server's word; it is shown only when it counts
+    // the same devices as the scan, and then only when every IR length in it
+    // is a number.
+    std::vector<int> irLengths;
+    if (reported.size() == devices.size())
+        for (std::size_t position = 0; position < reported.size(); ++position)
+            irLengths.push_back(irLengthOf(reported[position], position));
 
     Json& data = out.data();
     data["command"] = "chain";
@@ -89,12 +107,10 @@ void runChain(const CommonOptions& common, Output& out) {
             entry["idcode"] = Json();
             line += "no IDCODE (BYPASS after reset)";
         }
-        // The description is the server's word; it is shown only when it
-        // counts the same devices as the scan.
-        if (reported.size() == devices.size()) {
+        if (!irLengths.empty()) {
             entry["name"] = reported[position].name;
-            entry["irLength"] = static_cast<int>(std::strtol(reported[position].irLength.c_str(), nullptr, 10));
-            line += "  " + reported[position].name + ", IR " + reported[position].irLength + " bits";
+            entry["irLength"] = irLengths[position];
+            line += "  " + reported[position].name + ", IR " + std::to_string(irLengths[position]) + " bits";
         }
         data["devices"].push(entry);
         out.line(line);

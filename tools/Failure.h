@@ -18,14 +18,21 @@ enum ExitCode : int {
     exitInterrupted = 130,  // Ctrl-C
 };
 
-/** A library operation that returned or recorded a failure status, or a
- * command that the server carried out and answered with a negative integer
- * (`serverReply`). `what()` names the step that failed. */
+/** What a failure's code is, and so how it is explained. */
+enum class Reading : unsigned char {
+    LibraryStatus,  // a status the library returned or recorded
+    ServerReply,    // the negative integer reply to a command the server carried out
+    LockAnswer,     // the result of command 4 or 33 when the lock was not granted
+};
+
+/** A library operation that returned or recorded a failure status, a
+ * command that the server carried out and answered with a negative integer,
+ * or a lock the server did not grant. `what()` names the step that failed. */
 struct Failure : std::runtime_error {
-    Failure(const std::string& action, int status, bool serverReply = false)
-        : std::runtime_error(action), status(status), serverReply(serverReply) {}
+    Failure(const std::string& action, int status, Reading reading = Reading::LibraryStatus)
+        : std::runtime_error(action), status(status), reading(reading) {}
     int status;
-    bool serverReply;
+    Reading reading;
 };
 
 /** Read-back data that differ from what was sent: exit code 3. */

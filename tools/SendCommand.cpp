@@ -65,7 +65,7 @@ void runSend(const CommonOptions& common, const SendOptions& options, Output& ou
     data["result"] = result;
     data["status"] = status;
     const std::string label = "command " + std::to_string(options.command);
-    if (status < 0 || status == 1) throw Failure(label, status);
+    if (status < 0 || status == 1) throw Failure(label, status, failedSendReading(options.command, status));
     std::string line = label + ": result " + std::to_string(result);
     if (result < 0) line += " (" + describeServerReply(result) + ")";
     out.line(line);

@@ -30,6 +30,12 @@ constexpr int transportReceiveFailed = -1002;
 
 }  // namespace
 
+Reading failedSendReading(int command, int code) {
+    const bool lockCommand = command == openSession || command == takeCommandLock;
+    const bool transport = code == transportSendFailed || code == transportReceiveFailed;
+    return lockCommand && !transport ? Reading::LockAnswer : Reading::LibraryStatus;
+}
+
 ServerSession::ServerSession(const CommonOptions& options)
     : serverDirectory(options.serverDirectory), launcher(getpid()) {
     // The library copies the name into a 1024-byte frame with its NUL.
@@ -82,10 +88,10 @@ void ServerSession::connect() {
 
 void ServerSession::lock() {
     int result = owned->Send(openSession, sessionApplication, sessionVersion, 0);
-    if (result != 0) throw Failure("opening the session (command 4)", result);
+    if (result != 0) throw Failure("opening the session (command 4)", result, failedSendReading(openSession, result));
     locked = true;
     result = owned->Send(takeCommandLock);
-    if (result != 0) throw Failure("taking the command lock (command 33)", result);
+    if (result != 0) throw Failure("taking the command lock (command 33)", result, failedSendReading(takeCommandLock, result));
 }
 
 void ServerSession::unlock() {
@@ -113,7 +119,7 @@ void ServerSession::end() {
 void ServerSession::check(int result, const std::string& action) {
     const int status = owned->GetClientStatus();
     if (status < 0 || status == 1) throw Failure(action, status);
-    if (result < 0) throw Failure(action, result, true);
+    if (result < 0) throw Failure(action, result, Reading::ServerReply);
 }
 
 }  // namespace tetherctl

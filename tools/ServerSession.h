@@ -11,9 +11,16 @@
 #include <memory>
 #include <string>
 
+#include "Failure.h"
+
 class Client;
 
 namespace tetherctl {
+
+/** How the failure code of Send(command) reads: for command 4 or 33 any
+ * code but the library's -1001 and -1002 is the server's lock answer;
+ * otherwise it is the library's status. */
+Reading failedSendReading(int command, int code);
 
 /** The options every subcommand shares. */
 struct CommonOptions {

@@ -37,11 +37,13 @@ const std::vector<StatusCode>& statusCodes() {
 
 const std::vector<StatusCode>& serverReplies() {
     static const std::vector<StatusCode> table = {
-        {-1, "the command needs both locks, and this connection does not hold them"},
+        {-1, "the command needs both locks, and this connection does not hold them; or the reply was not an "
+             "integer in range: the library reads 9223372036854775807 and every larger number as -1"},
         {-2, "an address, length or mode that the target does not have"},
         {-3, "no I2C device answers that bus address"},
         {-4, "the pump buffer cannot take the block"},
         {-5, "the scan is longer than the simulator handles"},
+        {-6, "the simulator's transfer memory is in use by other clients; try again"},
     };
     return table;
 }
@@ -59,5 +61,15 @@ std::string describeServerReply(int code) {
 std::string statusLine(int code) { return std::to_string(code) + ": " + describeStatus(code); }
 
 std::string serverReplyLine(int code) { return std::to_string(code) + ": " + describeServerReply(code); }
+
+std::string lockAnswerLine(int code) {
+    // The library receives two characters of a lock answer: 0 gives -1, 1
+    // grants the lock, and any other number is handed back as it reads.
+    const char* const twoCharacters = "the library reads only the first two characters of a lock answer";
+    if (code == -1)
+        return "-1: the server refused the lock (it answered 0), or its answer began with -1 (" +
+               std::string(twoCharacters) + ")";
+    return std::to_string(code) + ": the server answered neither 1 (granted) nor 0 (refused); " + twoCharacters;
+}
 
 }  // namespace tetherctl

@@ -29,6 +29,9 @@ std::string describeServerReply(int code);
 /** "CODE: MEANING", the form of every failure line. */
 std::string statusLine(int code);
 std::string serverReplyLine(int code);
+/** "CODE: MEANING" for the result of command 4 or 33 when the lock was not
+ * granted. */
+std::string lockAnswerLine(int code);
 
 }  // namespace tetherctl
 

@@ -49,9 +49,13 @@ int run(const std::function<void(Output&)>& command, bool json) {
     try {
         command(out);
     } catch (const Failure& failure) {
-        const std::string line = failure.serverReply
-                                     ? std::string(failure.what()) + ": the server answered " + serverReplyLine(failure.status)
-                                     : std::string(failure.what()) + " failed: " + statusLine(failure.status);
+        const std::string action = failure.what();
+        std::string line;
+        switch (failure.reading) {
+        case Reading::LibraryStatus: line = action + " failed: " + statusLine(failure.status); break;
+        case Reading::ServerReply: line = action + ": the server answered " + serverReplyLine(failure.status); break;
+        case Reading::LockAnswer: line = action + ": the lock was not granted: " + lockAnswerLine(failure.status); break;
+        }
         return fail(out, exitFailure, line, failure.status, true);
     } catch (const UsageError& error) {
         return fail(out, exitUsage, error.what());

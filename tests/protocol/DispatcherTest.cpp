@@ -480,6 +480,18 @@ TEST_F(Dispatcher, Command34WhileHoldingTheSessionLockReportsItAndClearsOnlyTheC
     EXPECT_EQ(log.lines(), trace.lines());
 }
 
+TEST_F(Dispatcher, Command34WhoseReplyIsBeyondTheRangeOfLongReturnsMinus1AndRecordsNoFailure) {
+    // The same -1 as a refusal: only the reply text in message 1021 tells
+    // the two apart.
+    peer->expectFrame("34").ack().expect(request).reply(bytes("99999999999999999999\0"));
+    connect();
+    EXPECT_EQ(client.Send(34), -1);
+    EXPECT_EQ(client.GetClientStatus(), 0);
+    EXPECT_TRUE(peerFinished()) << peer->failure();
+    trace.number("1093", 34).number("1012", 0).post("1096").post("1019", "").post("1021", "99999999999999999999");
+    EXPECT_EQ(log.lines(), trace.lines());
+}
+
 TEST_F(Dispatcher, Command35ClearsOnlyTheSessionLock) {
     grantBothLocks(*peer);
     const std::vector<int> defaults = {0, 0, 0, 1, 0, 0, 0, 1, 0, 0};

@@ -126,6 +126,42 @@ TEST_F(Readers, AFull1024ByteReplyWithoutNulReadsAsOneNumberAndOneField) {
     EXPECT_TRUE(peerFinished()) << peer->failure();
 }
 
+TEST_F(Readers, AReplyLongerThan1024BytesIsCutThereAndItsRestAnswersTheNextRead) {
+    const std::string reply = std::string(1024, 'q') + std::string(476, 'r');
+    peer->expect(request).reply(reply).expect(request);
+    connect();
+    char* text = nullptr;
+    EXPECT_EQ(client.Read(text), 0);
+    ASSERT_NE(text, nullptr);
+    EXPECT_EQ(std::string(text), std::string(1024, 'q'));
+    EXPECT_EQ(client.Read(text), 0);
+    EXPECT_EQ(std::string(text), std::string(476, 'r'));
+    EXPECT_TRUE(peerFinished()) << peer->failure();
+    EXPECT_EQ(peer->received(), introduction() + request + request);
+    EXPECT_EQ(client.GetClientStatus(), 0);
+    trace.post("1094").post("1015", "").post("1017", std::string(1024, 'q'));
+    trace.post("1094").post("1015", "").post("1017", std::string(476, 'r'));
+    EXPECT_EQ(log.lines(), trace.lines());
+}
+
+TEST_F(Readers, AnIntegerReplyBeyondTheRangeOfLongReadsAsMinus1AndOneBelowItAs0) {
+    // strtol saturates at LONG_MAX and LONG_MIN; narrowed to int, their low
+    // 32 bits make -1 and 0. Nothing marks the reply as out of range.
+    peer->expect(request).reply(bytes("99999999999999999999\0"));
+    peer->expect(request).reply(bytes("-99999999999999999999\0"));
+    peer->expect(request).reply(bytes("4294967295\0"));
+    connect();
+    int value = 7;
+    EXPECT_EQ(client.Read(value), 0);
+    EXPECT_EQ(value, -1);
+    EXPECT_EQ(client.Read(value), 0);
+    EXPECT_EQ(value, 0);
+    EXPECT_EQ(client.Read(value), 0);
+    EXPECT_EQ(value, -1);
+    EXPECT_TRUE(peerFinished()) << peer->failure();
+    EXPECT_EQ(client.GetClientStatus(), 0);
+}
+
 TEST_F(Readers, AServerThatClosesInsteadOfReplyingGivesMinus1002AndLeavesTheOutputUntouched) {
     // One connection per reader: the peer closes after each request and the
     // client connects again.

@@ -1,6 +1,7 @@
 /* Tests of tetherctl's parts that need no server: typed arguments and the
  * shapes of `send`, hex conversions, the chain decoder, JSON output, the
- * progress bar's frame and the status-code lines. */
+ * progress bar's frame, the status-code lines and the numbers read out of
+ * text replies. */
 #include <gtest/gtest.h>
 
 #include <string>
@@ -11,6 +12,8 @@
 #include "Hex.h"
 #include "Json.h"
 #include "Progress.h"
+#include "ReplyNumbers.h"
+#include "ServerSession.h"
 #include "StatusCodes.h"
 #include "TypedSend.h"
 
@@ -222,6 +225,48 @@ TEST(StatusCodes, EachLineNamesTheCodeAndItsMeaning) {
     EXPECT_EQ(statusLine(-1002), "-1002: no answer from the server, or its answer was not an acknowledgement");
     EXPECT_EQ(statusLine(-77), "-77: a status code unknown to this version of tetherctl");
     EXPECT_EQ(serverReplyLine(-3), "-3: no I2C device answers that bus address");
+}
+
+TEST(StatusCodes, MinusOneAsAnIntegerReplyNamesBothReadings) {
+    EXPECT_EQ(serverReplyLine(-1),
+              "-1: the command needs both locks, and this connection does not hold them; or the reply was not an "
+              "integer in range: the library reads 9223372036854775807 and every larger number as -1");
+}
+
+TEST(StatusCodes, ALockNotGrantedNamesWhatTheServerMayHaveAnswered) {
+    EXPECT_EQ(lockAnswerLine(-1),
+              "-1: the server refused the lock (it answered 0), or its answer began with -1 (the library reads "
+              "only the first two characters of a lock answer)");
+    EXPECT_EQ(lockAnswerLine(99),
+              "99: the server answered neither 1 (granted) nor 0 (refused); the library reads only the first two "
+              "characters of a lock answer");
+}
+
+TEST(StatusCodes, OnlyTheLockCommandsResultsOtherThanTransportFailuresAreLockAnswers) {
+    EXPECT_EQ(failedSendReading(4, -1), Reading::LockAnswer);
+    EXPECT_EQ(failedSendReading(33, -1), Reading::LockAnswer);
+    EXPECT_EQ(failedSendReading(33, 99), Reading::LockAnswer);
+    EXPECT_EQ(failedSendReading(33, -1002), Reading::LibraryStatus);
+    EXPECT_EQ(failedSendReading(4, -1001), Reading::LibraryStatus);
+    EXPECT_EQ(failedSendReading(34, -1), Reading::LibraryStatus);
+}
+
+TEST(ReplyInteger, TakesAWholeDecimalTextWithinTheRange) {
+    EXPECT_EQ(replyInteger("4", 1, 10), 4);
+    EXPECT_EQ(replyInteger("-3", -5, 5), -3);
+    EXPECT_EQ(replyInteger("2147483647", 1, 2147483647), 2147483647);
+    EXPECT_EQ(replyInteger("10", 1, 10), 10);
+}
+
+TEST(ReplyInteger, RefusesTextsOutOfRangeOrNotWhollyANumber) {
+    EXPECT_EQ(replyInteger("99999999999999999999", 1, 2147483647), std::nullopt);
+    EXPECT_EQ(replyInteger("2147483648", 1, 2147483647), std::nullopt);
+    EXPECT_EQ(replyInteger("0", 1, 10), std::nullopt);
+    EXPECT_EQ(replyInteger("11", 1, 10), std::nullopt);
+    EXPECT_EQ(replyInteger("", 1, 10), std::nullopt);
+    EXPECT_EQ(replyInteger("7abc", 1, 10), std::nullopt);
+    EXPECT_EQ(replyInteger(" 4", 1, 10), std::nullopt);
+    EXPECT_EQ(replyInteger("+4", 1, 10), std::nullopt);
 }
 
 TEST(StatusCodes, TheTableListsEveryCodeOnce) {

@@ -384,7 +384,10 @@ TEST(TetherctlCodes, ListsEveryStatusCodeWithItsMeaning) {
     ASSERT_EQ(result["status"].size(), 16u);
     EXPECT_EQ(result["status"][4]["code"], -1001);
     EXPECT_EQ(result["status"][4]["meaning"], "could not send to the server");
-    EXPECT_EQ(result["serverReplies"].size(), 5u);
+    ASSERT_EQ(result["serverReplies"].size(), 6u);
+    EXPECT_EQ(result["serverReplies"][5]["code"], -6);
+    EXPECT_EQ(result["serverReplies"][5]["meaning"],
+              "the simulator's transfer memory is in use by other clients; try again");
 }
 
 TEST(TetherctlWithoutServer, ConnectGivesUpWithMinus1001WhenNoServerCanBeStarted) {

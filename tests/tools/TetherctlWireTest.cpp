@@ -114,5 +114,34 @@ TEST_F(TetherctlWireTest, HeaderTrailerAlternatesEightArguments) {
     EXPECT_EQ(run.out, "command 21: result 0\n");
 }
 
+TEST_F(TetherctlWireTest, AMinusOneReplyIsExplainedBothAsARefusalAndAsAReplyOutOfRange) {
+    // The library reads this reply to the release of the command lock as -1.
+    auto peer = peerFor();
+    peer->expectFrame("34").ack();
+    replyAndFarewell(*peer, "99999999999999999999");
+    peer->start();
+    const Finished run = send({"34"});
+    EXPECT_TRUE(peer->finish()) << peer->failure();
+    EXPECT_EQ(run.exitCode, 0) << run.err;
+    EXPECT_EQ(run.out,
+              "command 34: result -1 (the command needs both locks, and this connection does not hold them; or the "
+              "reply was not an integer in range: the library reads 9223372036854775807 and every larger number as "
+              "-1)\n");
+}
+
+TEST_F(TetherctlWireTest, ARefusedCommandLockNamesWhatTheServerMayHaveAnswered) {
+    auto peer = peerFor();
+    peer->expectFrame("33").ack().expect(bytes("+\0")).reply(bytes("0\0"));
+    peer->expectFrame("9999").ack().expect(bytes("+\0")).reply(bytes("0\0"));
+    peer->start();
+    const Finished run = send({"33"});
+    EXPECT_TRUE(peer->finish()) << peer->failure();
+    EXPECT_EQ(run.exitCode, 1);
+    EXPECT_EQ(run.out, "");
+    EXPECT_EQ(run.err,
+              "tetherctl: command 33: the lock was not granted: -1: the server refused the lock (it answered 0), or "
+              "its answer began with -1 (the library reads only the first two characters of a lock answer)\n");
+}
+
 }  // namespace
 }  // namespace tetherhost::test

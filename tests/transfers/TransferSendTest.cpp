@@ -82,6 +82,29 @@ TEST_F(TransferSend, Command42RecordsTheMarshallersFailureAndReadsNoReply) {
     EXPECT_EQ(log.identifiers(), (Ids{"1093", "1112"}));
 }
 
+TEST_F(TransferSend, Command42WhoseLastReadBackChunkIsCutByACloseReturns0AndRecordsMinus1002) {
+    // The half chunk is taken as the whole last chunk, so the pump succeeds;
+    // only the integer reply that should follow it is missing. Send keeps the
+    // marshaller's 0 as its result and records the reader's -1002.
+    const std::string data = pattern(2048);
+    std::string readBack = pattern(2048, 'K');
+    readBack[0] = readBack[1024] = '+';
+    peer->expectFrame("42").reply("ok");
+    tokens(*peer, {"16384", "0", "1"});
+    chunks(*peer, data, false);
+    peer->reply(readBack.substr(0, 1024)).expect(goToken);
+    peer->reply(readBack.substr(1024, 500)).expect(goToken).closeConnection();
+    connect();
+    EXPECT_EQ(client.Send(42, data.c_str(), 16384, 0, 1), 0);
+    EXPECT_TRUE(peerFinished());
+    EXPECT_EQ(client.GetClientStatus(), -1002);
+    EXPECT_EQ(log.identifiers(),
+              (Ids{"1093", "1112", "1044", "1044", "1044", "1110", "1110", "1096", "1019", "1020"}));
+    std::string tdo(2048, '?');
+    EXPECT_EQ(client.GetTDO(tdo.data(), 16384), 0);
+    EXPECT_EQ(tdo, readBack.substr(0, 1524) + std::string(2048 - 1524, '?'));
+}
+
 /* An 8-bit data scan with read-back through Send(44, 12, ...), scripted up to
  * its go token; the test chooses how the status and the read-back arrive. */
 class TransferSendShift : public TransferSend {
