@@ -1,0 +1,148 @@
+/* Conversation: one connection's conversation, from the server's side,
+ * shared by the files that each serve one part of it: the wire (frames in
+ * and out, SessionWire.cpp), the dispatch (Session.cpp), the locks
+ * (SessionLocks.cpp), the scan and bus transfers (SessionTransfers.cpp), the
+ * JTAG interface (SessionJtag.cpp) and the one-call shift
+ * (SessionOneCall.cpp). Every exchange mirrors a step of the library: where
+ * the library sends a frame and receives an answer, the conversation
+ * receives the frame and sends the answer; where the library receives twice
+ * in a row, it makes sure its first send has been taken before the second
+ * goes out.
+ *
+ * Every co_await stands in a statement of its own (`x = co_await f(named);`),
+ * never inside a condition, a ?: or beside a temporary that lives across it:
+ * GCC 12 miscompiles some of those forms (a co_await in an if-condition
+ * comparing its std::string result spun for ever in the frame's teardown). */
+#ifndef TETHERHOST_SERVER_CONVERSATION_H
+#define TETHERHOST_SERVER_CONVERSATION_H
+
+#include <asio/awaitable.hpp>
+#include <asio/ip/tcp.hpp>
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+
+#include "Cable.h"
+#include "FrameReader.h"
+#include "Locks.h"
+#include "Session.h"
+#include "StallWatch.h"
+#include "Trace.h"
+#include "TransferMemory.h"
+#include "Vocabulary.h"
+
+namespace tetherhost::sim {
+
+namespace vocab = tetherhost::vocabulary;
+
+inline constexpr std::size_t blockSize = vocab::frameSize;
+/* Every acknowledgement, answer and go token is these two bytes. */
+inline constexpr std::string_view plusFrame("+\0", 2);
+/* Command 4 always sends this many option frames. */
+inline constexpr int sessionOptionCount = 10;
+/* Pump, SSPI and I2C blocks of more bits than this travel in chunks. */
+inline constexpr int singleBlockBits = 8192;
+/* The one-call JTAG shift sends its first block in chunks above this. */
+inline constexpr int oneCallSingleFrameBits = 16384;
+/* A read-back chunk that begins with "+" carries this many data bytes. */
+inline constexpr std::size_t framedPayload = blockSize - 1;
+/* Of each chunked block a connection keeps this much outside the shared
+ * transfer memory: the one-call shift needs it to follow the wire, and
+ * it is bounded per connection like its receive buffer. */
+inline constexpr std::int64_t ownAllowance = std::int64_t{2} * blockSize;
+
+/* A client that broke the protocol: its connection is closed, with the
+ * error's text as the reason in the trace. */
+class ProtocolError : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+std::optional<int> parseInt(std::string_view text);
+/* (bitCount + 7) / 8 in 32-bit arithmetic that wraps, as the library
+ * computes it. */
+std::int64_t byteCountOf(int bitCount);
+std::int64_t chunkCountOf(std::int64_t byteCount);
+unsigned char reversedBits(unsigned char byte);
+bool allZero(std::string_view bytes);
+/* `length` bytes of `bytes` from `offset`, zeros where it has none. */
+std::string slice(const std::string& bytes, std::size_t offset, std::size_t length);
+/* The first characters of a client's text, printable, for an error. */
+std::string shortened(std::string_view text);
+
+class Conversation {
+public:
+    Conversation(asio::ip::tcp::socket& socket, ServerState& state, ConnectionId id)
+        : socket(socket), state(state), cable(state.cable), id(id), watch(socket, state.limits.stallTimeout) {}
+
+    asio::awaitable<void> run();
+
+private:
+    /* Bytes [offset, offset + length) of the data a read-back returns. */
+    using Producer = std::function<std::string(std::size_t offset, std::size_t length)>;
+    using Transfer = asio::awaitable<int> (Conversation::*)(int withWrite, int withReadBack);
+
+    Trace::Where where() const { return {id, clientName, label}; }
+
+    // Receiving.
+    asio::awaitable<void> receiveMore();
+    asio::awaitable<std::string> rawToken();
+    asio::awaitable<std::string> token(std::string_view item);
+    asio::awaitable<std::string> bytes(std::size_t count, std::string_view item);
+    asio::awaitable<int> integer(std::string_view item);
+    asio::awaitable<void> text(std::string_view item);
+    asio::awaitable<void> goToken();
+    asio::awaitable<std::string> chunkedBlock(std::int64_t byteCount, bool padded, std::int64_t keep);
+    asio::awaitable<std::string> block(std::int64_t byteCount, bool single, std::int64_t keep);
+
+    // Sending.
+    asio::awaitable<void> send(std::string_view frame, std::string_view item, bool isText);
+    asio::awaitable<void> acknowledge(std::string_view item);
+    asio::awaitable<void> waitClientDrained();
+    asio::awaitable<void> readBack(std::int64_t byteCount, bool single, bool framed, const Producer& produce);
+    asio::awaitable<void> finishTransfer(std::int64_t byteCount, bool single, bool withReadBack, bool framed,
+                                         const Producer& produce);
+
+    // Commands.
+    asio::awaitable<void> next();
+    asio::awaitable<int> perform(int number);
+    int plain(int number);
+    asio::awaitable<void> openSession();
+    asio::awaitable<void> lockRequest(Lock lock);
+    asio::awaitable<int> sharedApps();
+    asio::awaitable<int> genericShift(bool refused);
+    asio::awaitable<int> pumpData();
+    asio::awaitable<int> transfers(const vocab::Command& shape, Transfer transfer);
+    asio::awaitable<int> sspiTransfer(int withWrite, int withReadBack);
+    asio::awaitable<int> i2cTransfer(int withWrite, int withReadBack);
+    asio::awaitable<int> jtagInterface();
+    int plainSubCommand(int number);
+    asio::awaitable<int> jtagShift();
+    asio::awaitable<void> oneCallShift();
+    asio::awaitable<void> oneCallLaterSlots(const std::string& head, std::int64_t byteCount);
+    asio::awaitable<std::string> fixedFrameText(std::string_view item);
+
+    asio::ip::tcp::socket& socket;
+    ServerState& state;
+    Cable& cable;
+    ConnectionId id;
+    FrameReader reader;
+    StallWatch watch;
+    bool betweenCommands = false;  // waiting for a command: may wait for ever
+    TransferMemory::Hold held{state.transferMemory};  // for the command being served
+    bool overBudget = false;       // a block of it did not fit and was not kept
+    std::string clientName;
+    std::string label;         // the command being served, for the trace
+    std::string commandToken;  // its frame's text
+    std::deque<std::string> replies;
+    std::optional<std::string> textReply;
+};
+
+}  // namespace tetherhost::sim
+
+#endif

@@ -1,0 +1,115 @@
+/* SessionJtag: command 44, the JTAG interface: its sub-commands and the JTAG
+ * shift (sub-command 12). */
+#include "Conversation.h"
+
+#include <algorithm>
+#include <array>
+#include <asio/use_awaitable.hpp>
+
+namespace tetherhost::sim {
+
+asio::awaitable<int> Conversation::jtagInterface() {
+    const std::string frame = co_await token("sub-command");
+    if (frame.empty()) {
+        // The zero filler of a fixed 1024-byte "44" frame: the one-call
+        // JTAG shift, which pads every token frame to 1024 bytes.
+        co_await oneCallShift();
+        co_return reply::done;
+    }
+    const std::optional<int> number = parseInt(frame);
+    if (!number) throw ProtocolError("not a sub-command number: " + shortened(frame));
+    label = commandToken + "/" + frame;
+    co_await acknowledge("ack");
+    using vocab::SubPattern;
+    const vocab::SubCommand shape = vocab::subCommand(*number);
+    switch (shape.pattern) {
+    case SubPattern::Unknown: break;
+    case SubPattern::NoArgs: co_return plainSubCommand(*number);
+    case SubPattern::Ints:
+        for (int i = 0; i < shape.count; ++i) co_await integer("arg");
+        break;
+    case SubPattern::Texts:
+        for (int i = 0; i < shape.count; ++i) co_await text("text");
+        break;
+    case SubPattern::IntTextInt:
+        co_await integer("arg");
+        co_await text("text");
+        co_await integer("arg");
+        break;
+    case SubPattern::IntThenEmptyText: co_await integer("arg"); break;
+    case SubPattern::FractionStrict: co_await text("fraction"); break;
+    case SubPattern::FractionFixed:
+        co_await fixedFrameText("fraction");
+        co_await acknowledge("ack");
+        break;
+    case SubPattern::JtagShift: co_return co_await jtagShift();
+    }
+    co_return reply::done;
+}
+
+int Conversation::plainSubCommand(int number) {
+    switch (number) {
+    case 3:  // TAP reset
+        cable.jtag.reset();
+        return reply::done;
+    case 4:  // to Run-Test/Idle
+        cable.jtag.moveTo(TapState::RunTestIdle);
+        return reply::done;
+    case 7: {  // the chain
+        std::string description;
+        const int devices = cable.describeChain(description);
+        textReply = description;
+        return devices;
+    }
+    case 8:  // the controllers' state
+        textReply = tapStateName(cable.jtag.state());
+        return static_cast<int>(cable.jtag.state());
+    default: return reply::done;
+    }
+}
+
+asio::awaitable<int> Conversation::jtagShift() {
+    const int flags = co_await integer("flags");
+    const int bitCount = co_await integer("bits");
+    const int withSecond = co_await integer("second");
+    const int withThird = co_await integer("third");
+    const std::int64_t byteCount = byteCountOf(bitCount);
+    const bool single = byteCount <= static_cast<std::int64_t>(blockSize);
+    if (single && byteCount < 0) co_return reply::done;  // the library's block send of byteCount + 1 bytes fails
+
+    // Block 1 is TDI; block 2 the expected TDO and block 3 its mask.
+    static constexpr std::array<const char*, 3> names = {"tdi", "expected", "mask"};
+    const std::array<bool, 3> present = {true, withSecond != 0, withThird != 0};
+    std::array<std::string, 3> blocks;
+    const std::int64_t keep = bitCount <= maxScanBits ? byteCount : 0;
+    for (std::size_t i = 0; i < blocks.size(); ++i) {
+        if (!present[i]) continue;
+        if (single) {
+            // Each block is followed by one zero byte and answered.
+            blocks[i] = co_await bytes(static_cast<std::size_t>(byteCount) + 1, names[i]);
+            blocks[i].pop_back();
+            co_await acknowledge("answer");
+        } else {
+            blocks[i] = co_await chunkedBlock(byteCount, true, keep);
+        }
+    }
+    co_await goToken();
+    ShiftResult shifted{reply::busy, {}, 0};
+    if (!overBudget)
+        shifted = cable.shift(flags, bitCount, blocks[0], present[1] ? &blocks[1] : nullptr,
+                              present[2] ? &blocks[2] : nullptr);
+    const std::string status = std::to_string(shifted.status) + '\0';
+    co_await send(status, "status", true);
+
+    const bool returnsTdo = (withSecond & 1) != 0 && shifted.status >= 0 && (flags & shiftFlag::noReadBack) == 0;
+    if (returnsTdo) {
+        // The library receives the status and the read-back without
+        // sending in between: the status must be taken before the data go.
+        co_await waitClientDrained();
+        const Producer produce = [&](std::size_t offset, std::size_t length) { return slice(shifted.tdo, offset, length); };
+        co_await readBack(byteCount, single, true, produce);
+    }
+    co_return static_cast<int>(std::min<std::size_t>(shifted.mismatches, 0x7FFFFFFF));
+}
+
+}  // namespace tetherhost::sim

@@ -1,0 +1,50 @@
+/* SessionValues: the arithmetic and text handling the conversation applies
+ * to values off the wire. */
+#include "Conversation.h"
+
+#include <algorithm>
+#include <charconv>
+
+namespace tetherhost::sim {
+
+std::optional<int> parseInt(std::string_view text) {
+    int value = 0;
+    const char* end = text.data() + text.size();
+    const auto [stop, error] = std::from_chars(text.data(), end, value);
+    if (error != std::errc{} || stop != end) return std::nullopt;
+    return value;
+}
+
+std::int64_t byteCountOf(int bitCount) {
+    return static_cast<std::int32_t>(static_cast<std::uint32_t>(bitCount) + 7U) / 8;
+}
+
+std::int64_t chunkCountOf(std::int64_t byteCount) {
+    return (byteCount + static_cast<std::int64_t>(blockSize) - 1) / static_cast<std::int64_t>(blockSize);
+}
+
+unsigned char reversedBits(unsigned char byte) {
+    unsigned char result = 0;
+    for (int i = 0; i < 8; ++i) result = static_cast<unsigned char>(result | (((byte >> i) & 1U) << (7 - i)));
+    return result;
+}
+
+bool allZero(std::string_view bytes) {
+    return std::all_of(bytes.begin(), bytes.end(), [](char c) { return c == '\0'; });
+}
+
+std::string slice(const std::string& bytes, std::size_t offset, std::size_t length) {
+    std::string part = offset < bytes.size() ? bytes.substr(offset, length) : std::string();
+    part.resize(length, '\0');
+    return part;
+}
+
+std::string shortened(std::string_view text) {
+    constexpr std::size_t shown = 32;
+    std::string result(text.substr(0, shown));
+    for (char& c : result)
+        if (static_cast<unsigned char>(c) < 0x20 || static_cast<unsigned char>(c) >= 0x7F) c = '?';
+    return text.size() > shown ? result + "..." : result;
+}
+
+}  // namespace tetherhost::sim
