@@ -3,9 +3,11 @@
  * checked, and the client side counts how often the read-back arrived in the
  * same receive as the status text: the simulator cannot see that, since the
  * merge happens in the client's own kernel receive. The library's calls to
- * recv are counted through the linker's --wrap; a merged shift makes one
- * receive fewer. Usage: stress_merge [SHIFTS] (default 100000); run it with
- * scripts/stress-merge.sh, which adds the CPU hog and the private network.
+ * send and recv are watched through the linker's --wrap: a receive right
+ * after the go token (the two bytes "+" and NUL) that brings bytes behind
+ * the status text's NUL took read-back bytes with it. Usage: stress_merge
+ * [SHIFTS] (default 100000); run it with scripts/stress-merge.sh, which adds
+ * the CPU hog and the private network.
  * Exit status 0 when every TDO was right, 1 otherwise. */
 #include <sys/socket.h>
 #include <sys/types.h>
@@ -14,19 +16,34 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <map>
 
 #include "Client.h"
 
 extern "C" ssize_t __real_recv(int socket, void* buffer, size_t length, int flags);
+extern "C" ssize_t __real_send(int socket, const void* buffer, size_t length, int flags);
 
 namespace {
-unsigned long receiveCalls = 0;
+bool afterPlusFrame = false;  // the last send was "+" and NUL: a go token or a reply request
+long mergedReceives = 0;
+}  // namespace
+
+extern "C" ssize_t __wrap_send(int socket, const void* buffer, size_t length, int flags) {
+    afterPlusFrame = length == 2 && std::memcmp(buffer, "+", 2) == 0;
+    return __real_send(socket, buffer, length, flags);
 }
 
+/* The receive after a go token holds the status text; after a reply request,
+ * the integer reply. Either is one NUL-terminated text, so bytes behind its
+ * NUL can only be the read-back's. */
 extern "C" ssize_t __wrap_recv(int socket, void* buffer, size_t length, int flags) {
-    ++receiveCalls;
-    return __real_recv(socket, buffer, length, flags);
+    const ssize_t received = __real_recv(socket, buffer, length, flags);
+    if (afterPlusFrame && received > 0) {
+        const auto* bytes = static_cast<const char*>(buffer);
+        const void* nul = std::memchr(bytes, '\0', static_cast<std::size_t>(received));
+        if (nul != nullptr && static_cast<const char*>(nul) + 1 < bytes + received) ++mergedReceives;
+    }
+    afterPlusFrame = false;
+    return received;
 }
 
 namespace {
@@ -58,7 +75,6 @@ int main(int argc, char** argv) {
         std::fprintf(stderr, "stress_merge: cannot put the chain in bypass\n");
         return 1;
     }
-    std::map<unsigned long, long> shiftsByReceives;
     long wrong = 0;
     std::uint64_t state = 0x9E3779B97F4A7C15ULL;
     for (long i = 0; i < shifts; ++i) {
@@ -66,9 +82,7 @@ int main(int argc, char** argv) {
         unsigned char in[8];
         unsigned char placeholder[8] = {};
         for (int b = 0; b < 8; ++b) in[b] = static_cast<unsigned char>(tdi >> (8 * b));
-        const unsigned long before = receiveCalls;
         const int result = client.Send(44, 12, 0, 64, 1, 0, in, placeholder);
-        ++shiftsByReceives[receiveCalls - before];
         char out[8] = {};
         const int taken = client.GetTDO(out, 64);
         std::uint64_t tdo = 0;
@@ -81,12 +95,7 @@ int main(int argc, char** argv) {
         }
     }
     client.Disconnect();
-    // Without a merge every shift makes the same number of receives; a merged
-    // one makes one fewer.
-    const unsigned long usual = shiftsByReceives.empty() ? 0 : shiftsByReceives.rbegin()->first;
-    long merged = 0;
-    for (const auto& [calls, count] : shiftsByReceives)
-        if (calls < usual) merged += count;
+    const long merged = mergedReceives;
     std::printf("shifts %ld, wrong TDO %ld, merged read-backs %ld (%.1f per million)\n", shifts, wrong,
                 merged, shifts > 0 ? 1e6 * static_cast<double>(merged) / static_cast<double>(shifts) : 0.0);
     return wrong == 0 ? 0 : 1;
