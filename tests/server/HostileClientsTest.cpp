@@ -342,7 +342,7 @@ TEST_F(HostileClients, TransferThatDoesNotFitTheSharedMemoryIsTakenInStepAndAnsw
     JtagShift shift;
     shift.bitCount = 2 * 1024 * 1024;
     shift.withSecond = 1;
-    shift.first = pattern(256 * 1024, 3);
+    shift.first = pattern(std::size_t{256} * 1024, 3);
     JtagShiftReply reply = late.jtagShift(shift);
     EXPECT_TRUE(reply.framed);
     EXPECT_EQ(reply.status, wire("-6\0"));
@@ -368,17 +368,17 @@ TEST_F(HostileClients, BytesThatAreNotTheProtocolCloseOnlyTheirConnection) {
     ASSERT_TRUE(holder.takeLocks());
 
     RawClient noise(port);  // connection 2: random bytes
-    noise.send(pattern(64 * 1024, 7));
+    noise.send(pattern(std::size_t{64} * 1024, 7));
     EXPECT_NE(waitClosed(2), "") << trace->lines(" c2 ");
 
     RawClient longToken(port);  // connection 3: 10 MB without a NUL
-    const std::string piece(64 * 1024, 'x');
+    const std::string piece(std::size_t{64} * 1024, 'x');
     for (std::size_t sent = 0; sent < 10'000'000 && longToken.send(piece); sent += piece.size()) {}
     EXPECT_EQ(waitClosed(3), "\"closed: no NUL within 1024 bytes\"");
 
     RawClient pluses(port);  // connection 4: "+" bytes until the server hangs up
     ASSERT_TRUE(pluses.introduce("pluses"));
-    const std::string plusPiece(64 * 1024, '+');
+    const std::string plusPiece(std::size_t{64} * 1024, '+');
     while (pluses.send(plusPiece)) {}
     EXPECT_EQ(waitClosed(4), "\"closed: no NUL within 1024 bytes\"");
 
