@@ -14,7 +14,7 @@
 #include <stdexcept>
 #include <vector>
 
-#include "ReceiveQueue.h"
+#include "support/ReceiveQueue.h"
 
 namespace tetherhost::bench {
 

@@ -18,7 +18,7 @@
 #include "AllocationCounter.h"
 #include "BenchPeer.h"
 #include "Client.h"
-#include "HeapInUse.h"
+#include "support/HeapInUse.h"
 
 using tetherhost::bench::allocationCount;
 using tetherhost::bench::BenchPeer;

@@ -3,12 +3,17 @@
 #include <cstring>
 
 #include "Client.h"
-#include "TransferWire.h"
+#include "client/ClientSink.h"
+#include "protocol/Frames.h"
+#include "protocol/Status.h"
+#include "wire/TransferWire.h"
 
 namespace {
 
 namespace wire = tetherhost::wire;
 using namespace tetherhost::transfer;
+namespace protocol = tetherhost::protocol;
+namespace status = tetherhost::protocol::status;
 
 /* SSPI shows each token and each data block in its messages and keeps
  * read-back chunks whatever their first byte. */
@@ -23,13 +28,10 @@ constexpr Marshaller sharedApps{"1052", "1053", TokenNote::None, nullptr, nullpt
                                 /*padChunks=*/false, /*reverseBits=*/false,
                                 /*readBackNeedsPlus=*/false};
 
-/* Blocks up to this many bits travel whole. */
-constexpr int singleBlockBits = 8 * blockSize;
-
 /* Shared applications: each name is cut after this many characters, and the
  * joined text keeps the block's last byte zero. */
 constexpr std::size_t appNameLimit = 100;
-constexpr std::size_t appListLimit = blockSize - 1;
+constexpr std::size_t appListLimit = protocol::maxTokenLength;
 
 /* One SSPI or I2C transfer once its elements are taken: the integer tokens,
  * the data block when `withWrite` is set, then either the read-back into
@@ -39,9 +41,9 @@ int busTransfer(const Channel& channel, const int* tokens, int tokenCount, const
     wire::FrameBuffer tokenBuffer;
     if (const int sent = channel.sendTokens(tokenBuffer, tokens, tokenCount); sent < 0) return sent;
 
-    const int byteCount = byteCountOf(bitCount);
-    const int chunkCount = chunkCountOf(byteCount);
-    const bool chunked = bitCount > singleBlockBits;
+    const int byteCount = protocol::byteCountOf(bitCount);
+    const int chunkCount = static_cast<int>(protocol::chunkCountOf(byteCount));
+    const bool chunked = bitCount > protocol::singleBlockBits;
     const auto* bytes = reinterpret_cast<const unsigned char*>(data);
     // Cleared here so that a read-back without a written block (command 51's
     // first transfer) finds zeros behind a short reply, as after a write.
@@ -68,7 +70,7 @@ int busTransfer(const Channel& channel, const int* tokens, int tokenCount, const
         return acknowledged < 0 ? acknowledged : 0;
     }
     tdoData.clear();
-    if (const int received = channel.receive(reply, blockSize); received < 0) return received;
+    if (const int received = channel.receive(reply, protocol::frameBytes); received < 0) return received;
     appendLeading(tdoData, reply, byteCount);
     return 0;
 }
@@ -83,7 +85,7 @@ int Client::sendSSPIShiftargs(int& socket, int withWrite, int withReadBack, va_l
     const char* data = va_arg(args, const char*);
     const int lastValue = va_arg(args, int);
     const int tokens[] = {firstValue, bitCount, lastValue};
-    return busTransfer(Channel(socket, this, name, sspi), tokens, 3, data, bitCount, withWrite,
+    return busTransfer(Channel(socket, clientSink(*this), name, sspi), tokens, 3, data, bitCount, withWrite,
                        withReadBack, tdoData);
 }
 
@@ -95,9 +97,9 @@ int Client::sendI2CShiftargs(int& socket, int withWrite, int withReadBack, va_li
     const int bitCount = va_arg(args, int);
     const char* data = va_arg(args, const char*);
     const int lastValue = va_arg(args, int);
-    const int tokens[] = {firstValue, reverseBits(static_cast<unsigned char>(byteValue & 0xFF)),
+    const int tokens[] = {firstValue, protocol::reverseBits(static_cast<unsigned char>(byteValue & 0xFF)),
                           bitCount, lastValue};
-    return busTransfer(Channel(socket, this, name, i2c), tokens, 4, data, bitCount, withWrite,
+    return busTransfer(Channel(socket, clientSink(*this), name, i2c), tokens, 4, data, bitCount, withWrite,
                        withReadBack, tdoData);
 }
 
@@ -121,8 +123,8 @@ int Client::sendSharedApps(int& socket, va_list args) {
     }
     PrintMessage("1116", name, list.text());
 
-    const Channel channel(socket, this, name, sharedApps);
-    if (const int sent = channel.send(list.data(), blockSize); sent < 0) return sent;
+    const Channel channel(socket, clientSink(*this), name, sharedApps);
+    if (const int sent = channel.send(list.data(), protocol::frameBytes); sent < 0) return sent;
     list.clear();
     // Any answer will do, as long as one arrives.
     const int received = channel.receive(list, 2);

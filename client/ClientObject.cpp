@@ -3,7 +3,7 @@
 #include <type_traits>
 
 #include "Client.h"
-#include "msgManager.h"
+#include "platform/msgManager.h"
 
 // The marshallers hand one argument list on from member to member and each
 // continues where the previous one stopped. That works because va_list is an

@@ -15,26 +15,25 @@
 #include <QDir>
 #include <QString>
 
-#include "BaseSystem.h"
 #include "Client.h"
 #include "ClientUtils.h"
-#include "Wire.h"
-#include "protocol/Vocabulary.h"
+#include "platform/BaseSystem.h"
+#include "protocol/Commands.h"
+#include "protocol/Frames.h"
+#include "protocol/Status.h"
+#include "wire/Wire.h"
 
 namespace {
 
 namespace wire = tetherhost::wire;
+namespace protocol = tetherhost::protocol;
+namespace status = tetherhost::protocol::status;
 
 constexpr char serverAddress[] = "127.0.0.1";
 constexpr int tcpProtocol = 6;
 constexpr socklen_t serverAddressLength = 16;
 constexpr char serverProgram[] = "tetherhost";
 constexpr unsigned int serverStartWait = 5;
-
-constexpr int socketUnavailable = -1004;
-constexpr int noDescriptor = -1005;
-constexpr int farewellRefused = -1008;
-constexpr int shutdownFailed = -1009;
 
 /* The server reaper: collects every finished child of the process, not only
  * the servers Connect starts. It stays installed for the life of the
@@ -55,7 +54,7 @@ sockaddr_in serverSocketAddress() {
     sockaddr_in address{};
     address.sin_family = AF_INET;
     address.sin_addr.s_addr = inet_addr(serverAddress);
-    address.sin_port = htons(tetherhost::vocabulary::serverPort);
+    address.sin_port = htons(protocol::serverPort);
     return address;
 }
 
@@ -110,7 +109,7 @@ int Client::Connect(char*, const char* requestedLogFile, const char* serverDirec
     };
     auto socketFailed = [&]() {
         clientSocket = 0;
-        return socketUnavailable;
+        return status::socketUnavailable;
     };
 
     if (!attempt()) {
@@ -132,8 +131,8 @@ int Client::Connect(char*, const char* requestedLogFile, const char* serverDirec
             // before the descriptor is used.
             if (clientSocket == -1) {
                 PrintMessage("1004", name, name);
-                SetClientStatus(noDescriptor);
-                return noDescriptor;
+                SetClientStatus(status::noDescriptor);
+                return status::noDescriptor;
             }
         } else {
             if (clientSocket == -1) return socketFailed();
@@ -150,14 +149,14 @@ int Client::Connect(char*, const char* requestedLogFile, const char* serverDirec
     working.setText(name);
     if (wire::failed(working.sendFrame(clientSocket))) {
         PrintMessage("1006", working.text(), working.text());
-        SetClientStatus(wire::sendFailed);
-        return wire::sendFailed;
+        SetClientStatus(status::sendFailed);
+        return status::sendFailed;
     }
-    if (wire::failed(working.receive(clientSocket, wire::frameSize))) {
+    if (wire::failed(working.receive(clientSocket, protocol::frameSize))) {
         PrintMessage("1007", working.text(), working.text());
         // Recorded as a failed receive, reported as a failed connection.
-        SetClientStatus(wire::receiveFailed);
-        return wire::sendFailed;
+        SetClientStatus(status::receiveFailed);
+        return status::sendFailed;
     }
     if (requestedLogFile != nullptr && requestedLogFile[0] != '\0') {
         PrintMessage("1092", name);
@@ -170,20 +169,20 @@ int Client::Connect(char*, const char* requestedLogFile, const char* serverDirec
 int Client::Disconnect() {
     const char* name = clientName.c_str();
     PrintMessage("1098", name);
-    const int farewell = Send(tetherhost::vocabulary::farewellCommand);
+    const int farewell = Send(protocol::command::farewell);
     // Only -1 is a refusal; Send's failures and any other reply go on to the
     // shutdown.
     if (farewell == -1) {
         PrintMessage("1026", name, name);
         close(clientSocket);
-        SetClientStatus(farewellRefused);
-        return farewellRefused;
+        SetClientStatus(status::farewellRefused);
+        return status::farewellRefused;
     }
     if (shutdown(clientSocket, SHUT_RDWR) == -1) {
         PrintMessage("1027", name);
         close(clientSocket);
-        SetClientStatus(shutdownFailed);
-        return shutdownFailed;
+        SetClientStatus(status::shutdownFailed);
+        return status::shutdownFailed;
     }
     close(clientSocket);
     PrintMessage("1028", name);

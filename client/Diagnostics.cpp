@@ -3,8 +3,8 @@
 #include <cstdio>
 
 #include "Client.h"
-#include "MessageTemplate.h"
-#include "msgManager.h"
+#include "platform/MessageTemplate.h"
+#include "platform/msgManager.h"
 
 void Client::PrintMessage(std::string id, ...) {
     if (logFile == nullptr && debugFlag != 1) return;

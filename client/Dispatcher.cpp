@@ -8,14 +8,16 @@
 
 #include "Client.h"
 #include "ClientUtils.h"
-#include "Wire.h"
-#include "protocol/Vocabulary.h"
+#include "protocol/Commands.h"
+#include "protocol/Frames.h"
+#include "protocol/Status.h"
+#include "wire/Wire.h"
 
 namespace {
 
-namespace vocabulary = tetherhost::vocabulary;
+namespace protocol = tetherhost::protocol;
 namespace wire = tetherhost::wire;
-using vocabulary::Marshal;
+using protocol::Marshal;
 
 /* Sent with its NUL in place of a lock-guarded command while the client
  * does not hold both locks. */
@@ -25,14 +27,11 @@ constexpr char pollFrame[] = "8888";
 constexpr int optionCount = 10;
 constexpr int defaultOptions[optionCount] = {0, 0, 0, 1, 0, 0, 0, 1, 0, 0};
 
-/* A failed command frame is recorded as 1001 an instant before -1001. */
-constexpr int commandFrameUnsent = 1001;
-
 using BusTransfer = int (Client::*)(int&, int, int, va_list);
 
 /* The commands whose arguments are scan or bus transfers (19, 41, 42, 44,
  * 46 to 48, 50 to 52), handed to the Client's own marshallers. */
-int marshalTransfer(Client& client, int& socket, const vocabulary::Command& entry, va_list args) {
+int marshalTransfer(Client& client, int& socket, const protocol::Command& entry, va_list args) {
     switch (entry.marshal) {
     case Marshal::GenericShift:
         return client.sendShiftargs(socket, args);
@@ -76,12 +75,12 @@ int Client::Send(int command, ...) {
     auto exchange = [&](const char* frame, long length, wire::FrameBuffer& answer) -> int {
         if (wire::failed(wire::sendBytes(clientSocket, frame, length))) {
             PrintMessage("1009", name, name);
-            return wire::sendFailed;
+            return protocol::status::sendFailed;
         }
-        const long received = answer.receive(clientSocket, wire::frameSize);
+        const long received = answer.receive(clientSocket, protocol::frameSize);
         if (wire::failed(received)) {
             PrintMessage("1010", name, name);
-            return wire::receiveFailed;
+            return protocol::status::receiveFailed;
         }
         return static_cast<int>(received);
     };
@@ -113,7 +112,7 @@ int Client::Send(int command, ...) {
     };
 
     auto run = [&]() -> int {
-        if ((sessionMutex == 0 || commandMutex == 0) && vocabulary::isLockGuarded(command)) {
+        if ((sessionMutex == 0 || commandMutex == 0) && protocol::isLockGuarded(command)) {
             PrintMessage("1008", name, name);
             const int polled = exchange(pollFrame, sizeof pollFrame, reply);
             const int status = polled < 0 ? polled : 1;
@@ -123,8 +122,8 @@ int Client::Send(int command, ...) {
 
         const int answered = exchange(commandFrame.text(), commandFrame.textLength() + 1, reply);
         if (answered < 0) {
-            if (vocabulary::reconnectsOnFailure(command)) Connect(connectText.data(), nullptr, nullptr);
-            if (answered == wire::sendFailed) SetClientStatus(commandFrameUnsent);
+            if (protocol::reconnectsOnFailure(command)) Connect(connectText.data(), nullptr, nullptr);
+            if (answered == protocol::status::sendFailed) SetClientStatus(protocol::status::commandFrameUnsent);
             SetClientStatus(answered);
             return answered;
         }
@@ -133,7 +132,7 @@ int Client::Send(int command, ...) {
         // Commands without marshalling keep the answer's byte count as their
         // result until the integer reply replaces it.
         int result = answered;
-        const vocabulary::Command entry = vocabulary::command(command);
+        const protocol::Command entry = protocol::shapeOf(command);
         switch (entry.marshal) {
         case Marshal::Nothing:
             break;
@@ -183,7 +182,7 @@ int Client::Send(int command, ...) {
         }
 
         SetClientStatus(result);
-        if (result < 0 || !vocabulary::readsIntegerReply(command)) return result;
+        if (result < 0 || !protocol::readsIntegerReply(command)) return result;
         // Read's own status is what remains recorded; the result keeps the
         // byte count (or the marshaller's 0) when the reply does not come.
         SetClientStatus(Read(result));

@@ -4,17 +4,20 @@
 
 #include "Client.h"
 #include "ClientUtils.h"
-#include "TransferWire.h"
-#include "protocol/Vocabulary.h"
+#include "client/ClientSink.h"
+#include "protocol/Commands.h"
+#include "protocol/Frames.h"
+#include "protocol/Status.h"
+#include "wire/TransferWire.h"
 
 namespace {
 
-namespace vocabulary = tetherhost::vocabulary;
+namespace protocol = tetherhost::protocol;
 namespace wire = tetherhost::wire;
 using tetherhost::transfer::Channel;
 using tetherhost::transfer::Marshaller;
 using tetherhost::transfer::TokenNote;
-using vocabulary::SubPattern;
+using protocol::SubPattern;
 
 /* The sub-command number is reported as if it were an integer argument. */
 constexpr Marshaller subCommandNumber{"1060", "1062", TokenNote::TokenText, "1061", nullptr,
@@ -26,7 +29,7 @@ constexpr Marshaller fractionFrame{"1054", "1055", TokenNote::None, nullptr, nul
 /* An int sent as a decimal fraction: through single precision, six digits
  * after the point (5 becomes 5.000000). */
 void formatFraction(wire::FrameBuffer& buffer, int value) {
-    std::snprintf(buffer.data(), wire::frameSize, "%f",
+    std::snprintf(buffer.data(), protocol::frameSize, "%f",
                   static_cast<double>(static_cast<float>(value)));
 }
 
@@ -38,12 +41,12 @@ int Client::JTAGInterfaceFunc(int& socket, va_list args) {
     ClientUtils utils(debugFlag, logFile, clientName, logFileName);
 
     const int number = va_arg(args, int);
-    const Channel channel(socket, this, name, subCommandNumber);
+    const Channel channel(socket, clientSink(*this), name, subCommandNumber);
     const int acknowledged = channel.sendToken(buffer, number);
     if (acknowledged < 0) return acknowledged;
     PrintMessage("1063", name, buffer.text());
 
-    const vocabulary::SubCommand entry = vocabulary::subCommand(number);
+    const protocol::SubCommand entry = protocol::subCommand(number);
     switch (entry.pattern) {
     case SubPattern::Unknown:
         PrintMessage("2000");
@@ -66,7 +69,7 @@ int Client::JTAGInterfaceFunc(int& socket, va_list args) {
         utils.sendintargs(socket, 1, args);
         return utils.sendcharstarargs(socket, 0, args);
     case SubPattern::FractionStrict: {
-        const Channel fraction(socket, this, name, fractionFrame);
+        const Channel fraction(socket, clientSink(*this), name, fractionFrame);
         buffer.clear();
         formatFraction(buffer, va_arg(args, int));
         const int sent =
@@ -78,10 +81,10 @@ int Client::JTAGInterfaceFunc(int& socket, va_list args) {
         // The text overwrites the acknowledgement still in the buffer; the
         // rest of the frame is zero.
         formatFraction(buffer, va_arg(args, int));
-        if (wire::failed(wire::sendBytes(socket, buffer.data(), wire::frameSize)))
-            return wire::sendFailed;
+        if (wire::failed(wire::sendBytes(socket, buffer.data(), protocol::frameSize)))
+            return protocol::status::sendFailed;
         const long received = buffer.receive(socket, 2);
-        return wire::failed(received) ? wire::receiveFailed : static_cast<int>(received);
+        return wire::failed(received) ? protocol::status::receiveFailed : static_cast<int>(received);
     }
     case SubPattern::JtagShift:
         return sendJTAGShiftargs(socket, args);

@@ -5,11 +5,15 @@
 #include <cstring>
 
 #include "Client.h"
-#include "Wire.h"
+#include "protocol/Frames.h"
+#include "protocol/Status.h"
+#include "wire/Wire.h"
 
 namespace {
 
-using tetherhost::wire::frameSize;
+namespace protocol = tetherhost::protocol;
+namespace wire = tetherhost::wire;
+using protocol::frameSize;
 
 struct ReaderIds {
     const char* entry;
@@ -24,25 +28,23 @@ constexpr ReaderIds resultTextIds{"1095", "1014", "1015", "1016", "1017"};
 constexpr ReaderIds integerIds{"1096", "1018", "1019", "1020", "1021"};
 constexpr ReaderIds listIds{"1097", "1022", "1023", "1024", "1025"};
 
-constexpr char replyRequest[] = "+";
-
 /* Sends the request frame on `socket` and receives the reply into `buffer`
  * (1024 bytes followed by a zero byte that is never written). Returns 0, or
  * -1001 / -1002 after recording the failure in the client's status. */
 int requestReply(Client& client, int socket, const char* name, char* buffer, const ReaderIds& ids) {
     std::memset(buffer, 0, frameSize);
     client.PrintMessage(ids.entry, name);
-    if (tetherhost::wire::failed(tetherhost::wire::sendBytes(socket, replyRequest, sizeof replyRequest))) {
+    if (wire::failed(wire::sendBytes(socket, protocol::plusToken, sizeof protocol::plusToken))) {
         client.PrintMessage(ids.requestFailed, name, name);
-        client.SetClientStatus(tetherhost::wire::sendFailed);
-        return tetherhost::wire::sendFailed;
+        client.SetClientStatus(protocol::status::sendFailed);
+        return protocol::status::sendFailed;
     }
     // The buffer is still all zero here: the message shows the empty text.
     client.PrintMessage(ids.requestSent, name, buffer);
-    if (tetherhost::wire::failed(tetherhost::wire::receiveBytes(socket, buffer, frameSize))) {
+    if (wire::failed(wire::receiveBytes(socket, buffer, frameSize))) {
         client.PrintMessage(ids.receiveFailed, name, name);
-        client.SetClientStatus(tetherhost::wire::receiveFailed);
-        return tetherhost::wire::receiveFailed;
+        client.SetClientStatus(protocol::status::receiveFailed);
+        return protocol::status::receiveFailed;
     }
     client.PrintMessage(ids.received, name, buffer);
     return 0;
@@ -63,14 +65,14 @@ char* Client::Read() {
 }
 
 int Client::Read(int& value) {
-    tetherhost::wire::FrameBuffer reply;
+    wire::FrameBuffer reply;
     const int status = requestReply(*this, clientSocket, clientName.c_str(), reply.data(), integerIds);
     if (status == 0) value = static_cast<int>(std::strtol(reply.text(), nullptr, 10));
     return status;
 }
 
 int Client::Read(std::vector<std::string>& fields) {
-    tetherhost::wire::FrameBuffer reply;
+    wire::FrameBuffer reply;
     const int status = requestReply(*this, clientSocket, clientName.c_str(), reply.data(), listIds);
     if (status != 0) return status;
     std::string field;

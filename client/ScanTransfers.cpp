@@ -6,17 +6,17 @@
 #include <cstring>
 
 #include "Client.h"
-#include "TransferWire.h"
+#include "client/ClientSink.h"
+#include "protocol/Frames.h"
+#include "protocol/Status.h"
+#include "wire/TransferWire.h"
 
 namespace {
 
 namespace wire = tetherhost::wire;
 using namespace tetherhost::transfer;
-
-constexpr int firstBlockMissing = -1020;
-constexpr int laterBlockMissing = -1021;
-constexpr int noScanData = -1022;
-constexpr int noDestination = -1023;
+namespace protocol = tetherhost::protocol;
+namespace status = tetherhost::protocol::status;
 
 /* The JTAG shift pads every chunk to 1024 bytes, announces the chunks of its
  * first block and demands a "+" at the start of each read-back chunk. */
@@ -31,10 +31,6 @@ constexpr Marshaller genericShift{"1037", "1038", TokenNote::None, nullptr, null
 constexpr Marshaller pumpData{"1043", "1045", TokenNote::TokenText, "1044", "1110",
                               /*padChunks=*/false, /*reverseBits=*/false, /*readBackNeedsPlus=*/true};
 
-/* Blocks up to this many bits travel whole in pump data; the limit is stated
- * in bits there, in bytes for the shifts. */
-constexpr int pumpSingleBlockBits = 8 * blockSize;
-
 const unsigned char* takeBlock(va_list args) { return va_arg(args, const unsigned char*); }
 
 const char* asText(const unsigned char* bytes) { return reinterpret_cast<const char*>(bytes); }
@@ -48,13 +44,13 @@ int Client::sendJTAGShiftargs(int socket, va_list args) {
     const int withSecond = va_arg(args, int);
     const int withThird = va_arg(args, int);
     const unsigned char* firstData = takeBlock(args);
-    const int byteCount = byteCountOf(bitCount);
-    const int chunkCount = chunkCountOf(byteCount);
+    const int byteCount = protocol::byteCountOf(bitCount);
+    const int chunkCount = static_cast<int>(protocol::chunkCountOf(byteCount));
     PrintMessage("1111", name, asText(firstData));
-    if (firstData == nullptr) return firstBlockMissing;
+    if (firstData == nullptr) return status::firstBlockMissing;
     PrintMessage("1103", name);
 
-    const Channel channel(socket, this, name, jtagShift);
+    const Channel channel(socket, clientSink(*this), name, jtagShift);
     wire::FrameBuffer reply;
     const int tokens[] = {flags, bitCount, withSecond, withThird};
     if (const int sent = channel.sendTokens(reply, tokens, 4); sent < 0) return sent;
@@ -67,7 +63,7 @@ int Client::sendJTAGShiftargs(int socket, va_list args) {
     };
     const unsigned char* block = nullptr;
 
-    if (byteCount <= blockSize) {
+    if (byteCount <= protocol::frameBytes) {
         tdoData.clear();
         reply.clear();
         wire::FrameBuffer sendBuffer;
@@ -79,17 +75,17 @@ int Client::sendJTAGShiftargs(int socket, va_list args) {
         };
         if (const int sent = sendBlock(firstData); sent < 0) return sent;
         PrintMessage("1042", name, reply.text());
-        if (const int received = channel.receive(reply, blockSize); received < 0) return received;
+        if (const int received = channel.receive(reply, protocol::frameBytes); received < 0) return received;
         if (nextBlock(withSecond, block)) {
-            if (block == nullptr) return laterBlockMissing;
+            if (block == nullptr) return status::laterBlockMissing;
             if (const int sent = sendBlock(block); sent < 0) return sent;
-            if (const int received = channel.receive(reply, blockSize); received < 0) return received;
+            if (const int received = channel.receive(reply, protocol::frameBytes); received < 0) return received;
         }
         if (nextBlock(withThird, block)) {
-            if (block == nullptr) return laterBlockMissing;
+            if (block == nullptr) return status::laterBlockMissing;
             if (const int sent = sendBlock(block); sent < 0) return sent;
             PrintMessage("1042", name, reply.text());
-            if (const int received = channel.receive(reply, blockSize); received < 0) return received;
+            if (const int received = channel.receive(reply, protocol::frameBytes); received < 0) return received;
         }
     } else {
         if (const int sent = channel.sendChunks(firstData, byteCount, byteCount, chunkCount, true);
@@ -97,7 +93,7 @@ int Client::sendJTAGShiftargs(int socket, va_list args) {
             return sent;
         for (const int announced : {withSecond, withThird}) {
             if (!nextBlock(announced, block)) continue;
-            if (block == nullptr) return laterBlockMissing;
+            if (block == nullptr) return status::laterBlockMissing;
             if (const int sent = channel.sendChunks(block, byteCount, byteCount, chunkCount, false);
                 sent < 0)
                 return sent;
@@ -106,7 +102,7 @@ int Client::sendJTAGShiftargs(int socket, va_list args) {
 
     reply.clear();
     if (const int sent = channel.sendGoToken(); sent < 0) return sent;
-    const int statusReceived = channel.receive(reply, blockSize);
+    const int statusReceived = channel.receive(reply, protocol::frameBytes);
     if (statusReceived < 0) return statusReceived;
     const int status = static_cast<int>(std::strtol(reply.text(), nullptr, 10));
     // Only the lowest bit of withSecond asks for the data back, and the
@@ -118,14 +114,14 @@ int Client::sendJTAGShiftargs(int socket, va_list args) {
     // the status text's NUL. Those bytes are the read-back's first bytes: the
     // library must not wait for them again, or it waits for ever.
     const int carried = static_cast<int>(reply.carryAfterText(statusReceived));
-    if (byteCount > blockSize) return channel.readBackChunks(reply, chunkCount, tdoData, carried);
+    if (byteCount > protocol::frameBytes) return channel.readBackChunks(reply, chunkCount, tdoData, carried);
     // The single block's data lands over the status text, which shows behind
     // a short reply; this read has no message of its own.
     tdoData.clear();
     long received = 0;
     if (carried < std::max(byteCount, 1)) {
         received = reply.receiveBehind(socket, carried);
-        if (wire::failed(received)) return receiveFailure;
+        if (wire::failed(received)) return status::receiveFailed;
     }
     appendLeading(tdoData, reply, byteCount);
     return carried + static_cast<int>(received);
@@ -135,10 +131,10 @@ int Client::GetTDO(char* dest, int bitCount) {
     PrintMessage("1104", clientName.c_str());
     if (tdoData.empty()) {
         PrintMessage("1105", clientName.c_str());
-        return noScanData;
+        return status::noScanData;
     }
-    if (dest == nullptr) return noDestination;
-    const int wanted = byteCountOf(bitCount);
+    if (dest == nullptr) return status::noDestination;
+    const int wanted = protocol::byteCountOf(bitCount);
     if (wanted > 0)
         std::memcpy(dest, tdoData.data(),
                     std::min(static_cast<std::size_t>(wanted), tdoData.size()));
@@ -149,7 +145,7 @@ int Client::GetTDO(char* dest, int bitCount) {
 int Client::GetTDO(unsigned char*& dest, int bitCount) {
     static unsigned char emptyText[1] = {0};
     const int result = GetTDO(reinterpret_cast<char*>(dest), bitCount);
-    if (result == noScanData) dest = emptyText;
+    if (result == status::noScanData) dest = emptyText;
     return result;
 }
 
@@ -159,19 +155,19 @@ int Client::sendShiftargs(int socket, va_list args) {
     const int bitCount = va_arg(args, int);
     const int withReadBack = va_arg(args, int);
     const unsigned char* firstData = takeBlock(args);
-    const int byteCount = byteCountOf(bitCount);
+    const int byteCount = protocol::byteCountOf(bitCount);
     PrintMessage("1111", name, asText(firstData));
-    if (firstData == nullptr) return firstBlockMissing;
+    if (firstData == nullptr) return status::firstBlockMissing;
     PrintMessage("1102", name);
 
-    const Channel channel(socket, this, name, genericShift);
+    const Channel channel(socket, clientSink(*this), name, genericShift);
     wire::FrameBuffer reply;
     // The byte count travels as a token of its own here.
     const int tokens[] = {flags, bitCount, byteCount, withReadBack};
     if (const int sent = channel.sendTokens(reply, tokens, 4); sent < 0) return sent;
 
-    if (byteCount > blockSize) {
-        const int chunkCount = chunkCountOf(byteCount);
+    if (byteCount > protocol::frameBytes) {
+        const int chunkCount = static_cast<int>(protocol::chunkCountOf(byteCount));
         const int sent = channel.sendChunks(firstData, byteCount, byteCount, chunkCount, false);
         return sent < 0 ? sent : channel.finishChunked(reply, withReadBack, chunkCount, tdoData);
     }
@@ -181,7 +177,7 @@ int Client::sendShiftargs(int socket, va_list args) {
     channel.fill(sendBuffer, firstData, byteCount, 0, byteCount);
     if (const int sent = channel.send(sendBuffer.data(), byteCount); sent < 0) return sent;
     PrintMessage("1041", name, reply.text());
-    if (const int received = channel.receive(reply, blockSize); received < 0) return received;
+    if (const int received = channel.receive(reply, protocol::frameBytes); received < 0) return received;
     if (withReadBack != 0) appendLeading(tdoData, reply, byteCount);
     return 0;
 }
@@ -193,18 +189,19 @@ int Client::sendPumpData(int& socket, va_list args) {
     const int bitCount = va_arg(args, int);
     const int pumpMode = va_arg(args, int);
     const int withReadBack = va_arg(args, int);
-    const int byteCount = byteCountOf(bitCount);
+    const int byteCount = protocol::byteCountOf(bitCount);
     // No data to pump: refused before anything crosses the connection.
-    if (firstData == nullptr && byteCount > 0) return firstBlockMissing;
+    if (firstData == nullptr && byteCount > 0) return status::firstBlockMissing;
 
-    const Channel channel(socket, this, name, pumpData);
+    const Channel channel(socket, clientSink(*this), name, pumpData);
     wire::FrameBuffer tokenBuffer;
     const int tokens[] = {bitCount, pumpMode, withReadBack};
     if (const int sent = channel.sendTokens(tokenBuffer, tokens, 3); sent < 0) return sent;
 
     wire::FrameBuffer reply;
-    if (bitCount > pumpSingleBlockBits) {
-        const int chunkCount = chunkCountOf(byteCount);
+    // Pump data states the single-block limit in bits, the shifts in bytes.
+    if (bitCount > protocol::singleBlockBits) {
+        const int chunkCount = static_cast<int>(protocol::chunkCountOf(byteCount));
         const int sent = channel.sendChunks(firstData, byteCount, byteCount, chunkCount, true);
         return sent < 0 ? sent : channel.finishChunked(reply, withReadBack, chunkCount, tdoData);
     }
@@ -216,7 +213,7 @@ int Client::sendPumpData(int& socket, va_list args) {
     if (const int sent = channel.send(sendBuffer.data(), byteCount); sent < 0) return sent;
     // Shows the token buffer, which still holds the last token's acknowledgement.
     PrintMessage("1044", name, tokenBuffer.text());
-    if (const int received = channel.receive(reply, blockSize); received < 0) return received;
+    if (const int received = channel.receive(reply, protocol::frameBytes); received < 0) return received;
     if (withReadBack != 0) appendLeading(tdoData, reply, byteCount);
     return 0;
 }

@@ -5,7 +5,9 @@
 #include <cstdarg>
 
 #include "ClientUtils.h"
-#include "Wire.h"
+#include "protocol/Frames.h"
+#include "protocol/Status.h"
+#include "wire/Wire.h"
 
 namespace {
 
@@ -31,7 +33,7 @@ struct SenderProfile {
     const char* completionId;
 };
 
-constexpr SenderProfile stringSender{Tokens::Texts, 1024, false, false, true,
+constexpr SenderProfile stringSender{Tokens::Texts, tetherhost::protocol::frameBytes, false, false, true,
                                      "1077", "1056", "1057", "1058", "1059", "1078"};
 constexpr SenderProfile intSender{Tokens::Ints, 2, true, true, true,
                                   "1079", "1060", "1061", "1062", "1063", "1080"};
@@ -68,14 +70,14 @@ int exchangeFrames(ClientUtils& utils, const char* name, int socket, int count, 
         formToken(profile.tokens, done, args, frame);
         if (tetherhost::wire::failed(frame.sendFrame(socket))) {
             utils.PrintMessage(profile.sendFailedId, name, name);
-            return tetherhost::wire::sendFailed;
+            return tetherhost::protocol::status::sendFailed;
         }
         utils.PrintMessage(profile.frameSentId, name, profile.showsData ? frame.text() : name);
         if (profile.clearBeforeReceive) frame.clear();
         const long received = frame.receive(socket, profile.ackCapacity);
-        if (tetherhost::wire::failed(received) || (profile.strict && frame.text()[0] != '+')) {
+        if (tetherhost::wire::failed(received) || (profile.strict && frame.text()[0] != tetherhost::protocol::plus)) {
             utils.PrintMessage(profile.ackBadId, name, name);
-            return tetherhost::wire::receiveFailed;
+            return tetherhost::protocol::status::receiveFailed;
         }
         utils.PrintMessage(profile.ackGoodId, name, profile.showsData ? frame.text() : name);
     }

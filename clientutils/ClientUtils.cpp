@@ -2,8 +2,8 @@
  * message output. */
 #include "ClientUtils.h"
 
-#include "MessageTemplate.h"
-#include "msgManager.h"
+#include "platform/MessageTemplate.h"
+#include "platform/msgManager.h"
 
 namespace {
 constexpr char catalogueModule[] = "tetherhostclient";

@@ -4,12 +4,12 @@
 #include <cstdlib>
 
 #include "ClientUtils.h"
-#include "Wire.h"
+#include "protocol/Frames.h"
+#include "protocol/Status.h"
+#include "wire/Wire.h"
 
 namespace {
 
-/* The lock request: "+" and its NUL. */
-constexpr char lockRequest[] = "+";
 /* The answer is a number of at most two characters. */
 constexpr long answerCapacity = 2;
 
@@ -19,13 +19,13 @@ int ClientUtils::DetermineMutex(int& socket, int& lockFlag) {
     tetherhost::wire::FrameBuffer answer;
     const char* name = clientName.c_str();
     PrintMessage("1086", name);
-    if (tetherhost::wire::failed(tetherhost::wire::sendBytes(socket, lockRequest, sizeof lockRequest))) {
+    if (tetherhost::wire::failed(tetherhost::wire::sendBytes(socket, tetherhost::protocol::plusToken, sizeof tetherhost::protocol::plusToken))) {
         PrintMessage("1073", name, name);
-        return tetherhost::wire::sendFailed;
+        return tetherhost::protocol::status::sendFailed;
     }
     if (tetherhost::wire::failed(answer.receive(socket, answerCapacity))) {
         PrintMessage("1074", name);
-        return tetherhost::wire::receiveFailed;
+        return tetherhost::protocol::status::receiveFailed;
     }
     // A number, not an acknowledgement: "+" reads as 0 like any text
     // without digits.

@@ -5,10 +5,13 @@
 #include <vector>
 
 #include "ClientUtils.h"
-#include "TransferWire.h"
+#include "protocol/Commands.h"
+#include "protocol/Frames.h"
+#include "wire/TransferWire.h"
 
 namespace {
 
+namespace protocol = tetherhost::protocol;
 namespace wire = tetherhost::wire;
 using namespace tetherhost::transfer;
 
@@ -16,12 +19,6 @@ using namespace tetherhost::transfer;
 constexpr Marshaller oneCallShift{nullptr, nullptr, TokenNote::None, nullptr, nullptr,
                                   /*padChunks=*/false, /*reverseBits=*/false,
                                   /*readBackNeedsPlus=*/false};
-
-constexpr int jtagInterfaceCommand = 44;
-constexpr int jtagShiftSubCommand = 12;
-/* Up to this many bits the shift fits one frame per slot; the limit is in
- * bits and is not the 1024-byte block limit of the Client's shift. */
-constexpr int singleFrameBits = 16384;
 
 /* The buffer's first `size` bytes, read one by one. */
 std::vector<unsigned char> readAll(LByteBuffer& buffer, int size) {
@@ -33,7 +30,7 @@ std::vector<unsigned char> readAll(LByteBuffer& buffer, int size) {
 /* The whole 1024-byte frame in one send, then an acknowledgement whose
  * content is not examined. */
 int sendFrame(const Channel& channel, wire::FrameBuffer& frame) {
-    if (const int sent = channel.send(frame.data(), blockSize); sent < 0) return sent;
+    if (const int sent = channel.send(frame.data(), protocol::frameBytes); sent < 0) return sent;
     const int received = channel.receive(frame, 2);
     return received < 0 ? received : 0;
 }
@@ -47,10 +44,10 @@ int sendZeroFrame(const Channel& channel, wire::FrameBuffer& frame) {
 
 int SendJTAGShiftData(int& socket, int flags, int bitCount, int blockCount, LByteBuffer firstBuffer,
                       LByteBuffer secondBuffer, LByteBuffer thirdBuffer) {
-    const Channel channel(socket, nullptr, nullptr, oneCallShift);
+    const Channel channel(socket, MessageSink{}, nullptr, oneCallShift);
     wire::FrameBuffer frame;
     const int firstSize = firstBuffer.GetTotalSize();
-    for (const int token : {jtagInterfaceCommand, jtagShiftSubCommand, flags, bitCount}) {
+    for (const int token : {protocol::command::jtagInterface, protocol::sub::jtagShift, flags, bitCount}) {
         frame.clear();
         frame.setNumber(token);
         if (const int result = sendFrame(channel, frame); result < 0) return result;
@@ -58,11 +55,13 @@ int SendJTAGShiftData(int& socket, int flags, int bitCount, int blockCount, LByt
     const std::vector<unsigned char> first = readAll(firstBuffer, firstSize);
     const long held = static_cast<long>(first.size());
 
-    if (bitCount <= singleFrameBits) {
+    // Up to this limit the shift fits one frame per slot; it is not the
+    // single-block limit of the Client's shift.
+    if (bitCount <= protocol::oneCallSingleFrameBits) {
         // The first slot carries the first buffer's bytes (at most one frame's
         // worth); the other two go out as zeros, though the buffers that
         // blockCount names are still read in full.
-        channel.fill(frame, first.data(), held, 0, static_cast<int>(std::min<long>(held, blockSize)));
+        channel.fill(frame, first.data(), held, 0, static_cast<int>(std::min<long>(held, protocol::frameBytes)));
         if (const int result = sendFrame(channel, frame); result < 0) return result;
         if (blockCount >= 2) readAll(secondBuffer, secondBuffer.GetTotalSize());
         if (const int result = sendZeroFrame(channel, frame); result < 0) return result;
@@ -72,8 +71,8 @@ int SendJTAGShiftData(int& socket, int flags, int bitCount, int blockCount, LByt
 
     // Large shifts send the first buffer's data in every slot that blockCount
     // names, and zero frames in the rest.
-    const int byteCount = byteCountOf(bitCount);
-    const int chunkCount = chunkCountOf(byteCount);
+    const int byteCount = protocol::byteCountOf(bitCount);
+    const int chunkCount = static_cast<int>(protocol::chunkCountOf(byteCount));
     for (int slot = 1; slot <= 3; ++slot) {
         const int result = slot <= std::max(blockCount, 1)
                                ? channel.sendChunks(first.data(), held, byteCount, chunkCount, false)

@@ -15,13 +15,14 @@
 #include "LByteBuffer.h"
 #include "ScratchFile.h"
 #include "VaList.h"
-#include "protocol/Vocabulary.h"
+#include "protocol/Commands.h"
+#include "protocol/Frames.h"
 
 namespace tetherhost::fuzz {
 
 namespace {
 
-namespace vocabulary = tetherhost::vocabulary;
+namespace protocol = tetherhost::protocol;
 using tetherhost::test::withVaList;
 
 constexpr std::size_t maxOperations = 8;
@@ -31,11 +32,6 @@ constexpr std::size_t maxText = 48;
 const std::string& logPath() {
     static const ScratchFile log("client.log");
     return log.path;
-}
-
-/* (bitCount + 7) / 8 in 32-bit arithmetic that wraps, as the library counts. */
-int byteCountOf(int bitCount) {
-    return static_cast<std::int32_t>(static_cast<std::uint32_t>(bitCount) + 7U) / 8;
 }
 
 /* A bit count: small, near the 1024-byte and one-call limits, up to a few
@@ -62,7 +58,7 @@ struct Session {
     /* A data block of `bits` bits (never a null pointer), filled with a
      * pattern; it lives until the input has run. */
     const char* block(int bits, std::uint8_t seed) {
-        std::vector<unsigned char>& bytes = blocks.emplace_back(static_cast<std::size_t>(std::max(byteCountOf(bits), 0)) + 1);
+        std::vector<unsigned char>& bytes = blocks.emplace_back(static_cast<std::size_t>(std::max(protocol::byteCountOf(bits), 0)) + 1);
         for (std::size_t i = 0; i < bytes.size(); ++i) bytes[i] = static_cast<unsigned char>(seed + i * 7);
         return reinterpret_cast<const char*>(bytes.data());
     }
@@ -177,7 +173,7 @@ struct SubCommand {
     JtagShift shift;
     static SubCommand from(FuzzInput& in) {
         SubCommand sub{static_cast<int>(in.byte()) - 4, {}, {}, {}};
-        if (sub.number == vocabulary::jtagShiftSubCommand) {
+        if (sub.number == protocol::sub::jtagShift) {
             sub.shift = JtagShift::from(in);
             return sub;
         }
@@ -187,10 +183,10 @@ struct SubCommand {
     }
     template <typename Invoke>
     int apply(Session& s, const Invoke& invoke) const {
-        using vocabulary::SubPattern;
+        using protocol::SubPattern;
         const char* t0 = texts[0].c_str();
         const char* t1 = texts[1].c_str();
-        switch (vocabulary::subCommand(number).pattern) {
+        switch (protocol::subCommand(number).pattern) {
         case SubPattern::Ints: return invoke(number, ints[0], ints[1], ints[2], ints[3], ints[4]);
         case SubPattern::Texts: return invoke(number, t0, t1);
         case SubPattern::IntTextInt: return invoke(number, ints[0], t0, ints[1]);
@@ -228,10 +224,10 @@ struct PlainArgs {
 
 /* Send(command, ...) with the arguments its marshalling takes. */
 int sendCommand(Session& s, int command, FuzzInput& in) {
-    using vocabulary::Marshal;
+    using protocol::Marshal;
     Client& client = s.client;
     auto send = [&](auto... args) { return client.Send(command, args...); };
-    const vocabulary::Command entry = vocabulary::command(command);
+    const protocol::Command entry = protocol::shapeOf(command);
     switch (entry.marshal) {
     case Marshal::TextsLenient:
     case Marshal::TextsStrict: {
@@ -343,7 +339,7 @@ int argumentSender(Session& s, FuzzInput& in) {
 /* The commands Send is driven with: all of the table, the farewell, and
  * unknown numbers below, between and above. */
 int commandNumber(FuzzInput& in) {
-    static constexpr std::array<int, 5> others = {vocabulary::farewellCommand, -7, 57, 100, 8888};
+    static constexpr std::array<int, 5> others = {protocol::command::farewell, -7, 57, 100, 8888};
     const std::uint8_t pick = in.byte();
     return pick < 57 ? pick : others[pick % others.size()];
 }
@@ -351,7 +347,7 @@ int commandNumber(FuzzInput& in) {
 int readTdo(Session& s, FuzzInput& in) {
     const int bits = static_cast<int>(in.u16() % (maxDataBits + 1)) - 8;
     const std::uint8_t form = in.byte();
-    std::vector<unsigned char> destination(static_cast<std::size_t>(std::max(byteCountOf(bits), 0)) + 1);
+    std::vector<unsigned char> destination(static_cast<std::size_t>(std::max(protocol::byteCountOf(bits), 0)) + 1);
     if (form % 2 == 0) {
         unsigned char* dest = form % 4 == 2 ? nullptr : destination.data();
         return s.client.GetTDO(dest, bits);

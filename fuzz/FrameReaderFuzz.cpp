@@ -17,13 +17,13 @@
 #include <string>
 #include <vector>
 
-#include "FrameReader.h"
+#include "protocol/FrameReader.h"
 #include "FuzzInput.h"
 
 namespace {
 
 using tetherhost::fuzz::FuzzInput;
-using tetherhost::sim::FrameReader;
+using tetherhost::protocol::FrameReader;
 using Result = FrameReader::Result;
 
 struct Request {
@@ -33,7 +33,7 @@ struct Request {
 
 Request requestFrom(std::uint8_t byte) {
     if (byte % 2 == 0) return {true, 0};
-    return {false, byte == 0xFF ? FrameReader::frameSize : static_cast<std::size_t>(byte / 2 + 1)};
+    return {false, byte == 0xFF ? tetherhost::protocol::frameSize : static_cast<std::size_t>(byte / 2 + 1)};
 }
 
 Result ask(FrameReader& reader, const Request& request, std::string& item) {
@@ -82,7 +82,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
             break;
         }
         if (got != expected) differ("different items", i);
-        if (requests[i].token ? got.size() >= FrameReader::frameSize || got.find('\0') != std::string::npos
+        if (requests[i].token ? got.size() >= tetherhost::protocol::frameSize || got.find('\0') != std::string::npos
                               : got.size() != requests[i].count)
             differ("item of the wrong length or with a NUL inside", i);
         if (whole.buffered() != pieceFed.buffered() + (stream.size() - fed)) differ("different bytes left", i);

@@ -22,9 +22,9 @@
 #include "Client.h"
 #include "ClientUtils.h"
 #include "FuzzInput.h"
-#include "MessageTemplate.h"
+#include "platform/MessageTemplate.h"
 #include "ScratchFile.h"
-#include "msgManager.h"
+#include "platform/msgManager.h"
 
 namespace {
 

@@ -21,10 +21,10 @@
 #include <cstdint>
 #include <exception>
 
-#include "Cable.h"
-#include "Locks.h"
-#include "Session.h"
-#include "Trace.h"
+#include "server/Cable.h"
+#include "server/Locks.h"
+#include "server/Session.h"
+#include "server/Trace.h"
 
 namespace {
 

@@ -1,5 +1,5 @@
 /* BaseSystem: the running executable's directory, read from /proc/self/exe. */
-#include "BaseSystem.h"
+#include "platform/BaseSystem.h"
 
 #include <QFileInfo>
 

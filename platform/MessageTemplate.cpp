@@ -1,11 +1,11 @@
 /* Template filling and the log line shared by both message-posting forms. */
-#include "MessageTemplate.h"
+#include "platform/MessageTemplate.h"
 
 #include <cstring>
 #include <vector>
 
-#include "itoa.h"
-#include "msgManager.h"
+#include "platform/itoa.h"
+#include "platform/msgManager.h"
 
 namespace tetherhost {
 

@@ -1,6 +1,6 @@
 /* itoa: integer to text in a given radix, without undefined behaviour for
  * INT_MIN (the magnitude is taken in unsigned arithmetic). */
-#include "itoa.h"
+#include "platform/itoa.h"
 
 char* itoa(int value, char* buffer, int radix) {
     if (radix < 2 || radix > 36) {

@@ -1,5 +1,5 @@
 /* The process-wide message catalogue behind every msgManager handle. */
-#include "msgManager.h"
+#include "platform/msgManager.h"
 
 #include <nl_types.h>
 
@@ -10,7 +10,7 @@
 #include <mutex>
 #include <new>
 
-#include "MessageTemplate.h"
+#include "platform/MessageTemplate.h"
 
 namespace {
 

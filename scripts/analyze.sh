@@ -25,8 +25,10 @@ cmake --build "$build_dir" --target tetherhost_catalogues >/dev/null
 
 status=0
 echo "== clang-tidy"
-# Only the project's own sources, not what a build folder inside the tree holds.
-if ! "$run_clang_tidy" -p "$build_dir" -j "$jobs" -quiet "^$source_dir/(?!build)" >"$build_dir/clang-tidy.log" 2>&1; then
+# Only the project's own sources, not what a build folder inside the tree
+# holds, nor the source that tests/layout keeps to prove it does not compile.
+if ! "$run_clang_tidy" -p "$build_dir" -j "$jobs" -quiet "^$source_dir/(?!build|tests/layout/WireIncludesClient)" \
+  >"$build_dir/clang-tidy.log" 2>&1; then
   status=1
 fi
 # run-clang-tidy always asks for colour; the findings are shown without it.
@@ -35,7 +37,7 @@ sed 's/\x1b\[[0-9;]*m//g' "$build_dir/clang-tidy.log" | grep -E '(warning|error)
 echo "== cppcheck"
 cppcheck --project="$build_dir/compile_commands.json" --std=c++20 \
   --enable=warning,performance,portability --library=googletest --library=qt \
-  --suppressions-list=.cppcheck-suppressions --inline-suppr --error-exitcode=1 -j "$jobs" --quiet \
+  --suppressions-list=.cppcheck-suppressions --inline-suppr -itests/layout/WireIncludesClient.cpp --error-exitcode=1 -j "$jobs" --quiet \
   --template='{file}:{line}: {severity}: {message} [{id}]' || status=1
 
 if [ "$status" -eq 0 ]; then echo "== analysis clean"; else echo "== analysis found problems" >&2; fi

@@ -4,7 +4,7 @@
 set -euo pipefail
 export DEBIAN_FRONTEND=noninteractive
 packages=(
-  cmake ninja-build g++ pkg-config binutils libc-dev-bin sysvinit-utils iproute2
+  cmake ninja-build g++ pkg-config binutils libc-dev-bin sysvinit-utils iproute2 python3
   qt6-base-dev
   libgtest-dev libgmock-dev libbenchmark-dev
   libasio-dev libcli11-dev nlohmann-json3-dev

@@ -1,5 +1,5 @@
 /* Cable: the commands' meaning for the simulated targets. */
-#include "Cable.h"
+#include "server/Cable.h"
 
 #include <algorithm>
 #include <cstdio>

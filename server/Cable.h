@@ -12,38 +12,30 @@
 #include <string_view>
 #include <vector>
 
-#include "JtagChain.h"
-#include "Peripherals.h"
+#include "protocol/Commands.h"
+#include "protocol/Status.h"
+#include "server/JtagChain.h"
+#include "server/Peripherals.h"
+#include "support/ByteUnits.h"
 
 namespace tetherhost::sim {
 
 /** Integer replies of the simulator. */
-namespace reply {
-inline constexpr int done = 0;
-inline constexpr int locksNotHeld = -1;   // a lock-guarded command without both locks
-inline constexpr int outOfRange = -2;     // an address, length or mode the target does not have
-inline constexpr int noAcknowledge = -3;  // no I2C device answers that bus address
-inline constexpr int bufferFull = -4;     // the pump buffer cannot take the block
-inline constexpr int tooLong = -5;        // a scan longer than the model handles
-inline constexpr int busy = -6;           // other connections hold the memory a transfer needs
-}  // namespace reply
+namespace reply = tetherhost::protocol::reply;
 
 struct CableConfig {
     std::vector<TapDevice> chain = defaultChain();
-    std::size_t sspiSize = std::size_t{64} * 1024;
+    std::size_t sspiSize = 64 * units::kibi;
     int i2cAddress = 0x50;
     std::size_t i2cSize = 256;
-    std::size_t pumpCapacity = std::size_t{16} * 1024 * 1024;
+    std::size_t pumpCapacity = 16 * units::mebi;
 };
 
 /** Scans of more bits than this are taken off the wire but not performed. */
-inline constexpr std::int64_t maxScanBits = std::int64_t{32} * 1024 * 1024;
+inline constexpr std::int64_t maxScanBits = 32 * units::mebi;
 
 /** The JTAG shift flag bits. */
-namespace shiftFlag {
-inline constexpr int instructionScan = 1;  // set: IR scan; clear: DR scan
-inline constexpr int noReadBack = 2;       // the TDO read-back is left out
-}  // namespace shiftFlag
+namespace shiftFlag = tetherhost::protocol::shiftFlag;
 
 /** SSPI option bits (the transfer's last value). */
 namespace sspiOption {

@@ -1,12 +1,14 @@
 /* ChainFile: the --chain JSON format. Numbers may be JSON integers or texts
  * in decimal or 0x-prefixed hexadecimal (IDCODEs read better in hex). */
-#include "ChainFile.h"
+#include "server/ChainFile.h"
 
 #include <fstream>
 #include <limits>
 #include <nlohmann/json.hpp>
 #include <sstream>
 #include <stdexcept>
+
+#include "support/ByteUnits.h"
 
 namespace tetherhost::sim {
 namespace {
@@ -81,7 +83,7 @@ CableConfig parseCableConfig(const std::string& text) {
         const std::string problem = validateChain(config.chain);
         if (!problem.empty()) throw std::runtime_error(problem);
 
-        constexpr std::uint64_t maxMemory = std::uint64_t{64} * 1024 * 1024;
+        constexpr std::uint64_t maxMemory = 64 * units::mebi;
         if (document.contains("sspi")) {
             const json& sspi = document.at("sspi");
             checkKeys(sspi, "sspi", {"size"});
@@ -98,7 +100,7 @@ CableConfig parseCableConfig(const std::string& text) {
             const json& pump = document.at("pump");
             checkKeys(pump, "pump", {"capacity"});
             if (pump.contains("capacity"))
-                config.pumpCapacity = number(pump.at("capacity"), "pump.capacity", std::uint64_t{256} * 1024 * 1024);
+                config.pumpCapacity = number(pump.at("capacity"), "pump.capacity", 256 * units::mebi);
         }
     } catch (const json::exception& error) {
         throw std::runtime_error(error.what());

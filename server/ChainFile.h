@@ -6,7 +6,7 @@
 
 #include <string>
 
-#include "Cable.h"
+#include "server/Cable.h"
 
 namespace tetherhost::sim {
 

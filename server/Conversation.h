@@ -27,34 +27,30 @@
 #include <string>
 #include <string_view>
 
-#include "Cable.h"
-#include "FrameReader.h"
-#include "Locks.h"
-#include "Session.h"
-#include "StallWatch.h"
-#include "Trace.h"
-#include "TransferMemory.h"
-#include "Vocabulary.h"
+#include "protocol/Commands.h"
+#include "protocol/FrameReader.h"
+#include "protocol/Frames.h"
+#include "protocol/Status.h"
+#include "server/Cable.h"
+#include "server/Locks.h"
+#include "server/Session.h"
+#include "server/StallWatch.h"
+#include "server/Trace.h"
+#include "server/TransferMemory.h"
 
 namespace tetherhost::sim {
 
-namespace vocab = tetherhost::vocabulary;
+namespace protocol = tetherhost::protocol;
+using protocol::frameSize;
+using protocol::FrameReader;
+using protocol::plusFrame;
 
-inline constexpr std::size_t blockSize = vocab::frameSize;
-/* Every acknowledgement, answer and go token is these two bytes. */
-inline constexpr std::string_view plusFrame("+\0", 2);
 /* Command 4 always sends this many option frames. */
 inline constexpr int sessionOptionCount = 10;
-/* Pump, SSPI and I2C blocks of more bits than this travel in chunks. */
-inline constexpr int singleBlockBits = 8192;
-/* The one-call JTAG shift sends its first block in chunks above this. */
-inline constexpr int oneCallSingleFrameBits = 16384;
-/* A read-back chunk that begins with "+" carries this many data bytes. */
-inline constexpr std::size_t framedPayload = blockSize - 1;
 /* Of each chunked block a connection keeps this much outside the shared
  * transfer memory: the one-call shift needs it to follow the wire, and
  * it is bounded per connection like its receive buffer. */
-inline constexpr std::int64_t ownAllowance = std::int64_t{2} * blockSize;
+inline constexpr std::int64_t ownAllowance = std::int64_t{2} * protocol::frameBytes;
 
 /* A client that broke the protocol: its connection is closed, with the
  * error's text as the reason in the trace. */
@@ -64,11 +60,6 @@ public:
 };
 
 std::optional<int> parseInt(std::string_view text);
-/* (bitCount + 7) / 8 in 32-bit arithmetic that wraps, as the library
- * computes it. */
-std::int64_t byteCountOf(int bitCount);
-std::int64_t chunkCountOf(std::int64_t byteCount);
-unsigned char reversedBits(unsigned char byte);
 bool allZero(std::string_view bytes);
 /* `length` bytes of `bytes` from `offset`, zeros where it has none. */
 std::string slice(const std::string& bytes, std::size_t offset, std::size_t length);
@@ -117,7 +108,7 @@ private:
     asio::awaitable<int> sharedApps();
     asio::awaitable<int> genericShift(bool refused);
     asio::awaitable<int> pumpData();
-    asio::awaitable<int> transfers(const vocab::Command& shape, Transfer transfer);
+    asio::awaitable<int> transfers(const protocol::Command& shape, Transfer transfer);
     asio::awaitable<int> sspiTransfer(int withWrite, int withReadBack);
     asio::awaitable<int> i2cTransfer(int withWrite, int withReadBack);
     asio::awaitable<int> jtagInterface();

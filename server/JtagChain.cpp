@@ -1,5 +1,5 @@
 /* JtagChain: the TAP controllers, their registers and the chain's scans. */
-#include "JtagChain.h"
+#include "server/JtagChain.h"
 
 #include <array>
 #include <deque>

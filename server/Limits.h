@@ -8,6 +8,8 @@
 #include <chrono>
 #include <cstddef>
 
+#include "support/ByteUnits.h"
+
 namespace tetherhost::sim {
 
 struct Limits {
@@ -19,7 +21,7 @@ struct Limits {
     std::chrono::seconds stallTimeout{30};
     /** Bytes of chunked scan and pump data that all connections together
      * may hold while a transfer is received. */
-    std::size_t transferMemory = std::size_t{64} * 1024 * 1024;
+    std::size_t transferMemory = 64 * units::mebi;
 };
 
 }  // namespace tetherhost::sim

@@ -1,5 +1,5 @@
 /* Locks: grant, refuse, release. */
-#include "Locks.h"
+#include "server/Locks.h"
 
 namespace tetherhost::sim {
 

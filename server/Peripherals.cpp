@@ -1,5 +1,5 @@
 /* The SSPI flash, the I2C EEPROM and the pump buffer. */
-#include "Peripherals.h"
+#include "server/Peripherals.h"
 
 #include <algorithm>
 

@@ -1,6 +1,6 @@
 /* Server: the listening socket, the connections' coroutines, signals and
  * the idle exit, and the refusal of connections it cannot serve. */
-#include "Server.h"
+#include "server/Server.h"
 
 #include <fcntl.h>
 #include <sys/socket.h>

@@ -11,10 +11,10 @@
 #include <asio/steady_timer.hpp>
 #include <chrono>
 
-#include "Cable.h"
-#include "Limits.h"
-#include "Session.h"
-#include "Trace.h"
+#include "server/Cable.h"
+#include "server/Limits.h"
+#include "server/Session.h"
+#include "server/Trace.h"
 
 namespace tetherhost::sim {
 

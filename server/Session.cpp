@@ -1,11 +1,11 @@
 /* Session: a connection's conversation from its introduction to its close,
  * and the dispatch of each command to the part that serves it. */
-#include "Conversation.h"
+#include "server/Conversation.h"
 
 #include <asio/use_awaitable.hpp>
 #include <exception>
 
-#include "HeapInUse.h"
+#include "support/HeapInUse.h"
 
 namespace tetherhost::sim {
 
@@ -47,7 +47,7 @@ asio::awaitable<void> Conversation::next() {
     betweenCommands = true;
     const std::string frame = co_await rawToken();
     betweenCommands = false;
-    if (frame == "+") {
+    if (frame == protocol::plusText) {
         // A reply request: the current command's next reply, or an empty
         // text when it has none left.
         state.trace.text(where(), '<', "request", plusFrame);
@@ -68,17 +68,17 @@ asio::awaitable<void> Conversation::next() {
     overBudget = false;
     const int value = co_await perform(*number);
     held.clear();
-    if (!vocab::readsIntegerReply(*number)) co_return;
+    if (!protocol::readsIntegerReply(*number)) co_return;
     replies.push_back(std::to_string(value));
     if (textReply) replies.push_back(*textReply);
 }
 
 asio::awaitable<int> Conversation::perform(int number) {
-    using vocab::Marshal;
-    const vocab::Command shape = vocab::command(number);
+    using protocol::Marshal;
+    const protocol::Command shape = protocol::shapeOf(number);
     // A lock-guarded command without both locks is taken off the wire as
     // usual, changes nothing, and fails.
-    const bool refused = vocab::isLockGuarded(number) && !state.locks.holdsBoth(id);
+    const bool refused = protocol::isLockGuarded(number) && !state.locks.holdsBoth(id);
     int value = reply::done;
     switch (shape.marshal) {
     case Marshal::Nothing: value = refused ? reply::done : plain(number); break;
@@ -128,7 +128,7 @@ int Conversation::plain(int number) {
 }
 
 asio::awaitable<int> Conversation::sharedApps() {
-    const std::string list = co_await bytes(blockSize, "block");
+    const std::string list = co_await bytes(frameSize, "block");
     co_await acknowledge("ack");
     co_return cable.setSharedApps(list);
 }

@@ -10,11 +10,12 @@
 #include <array>
 #include <cstdint>
 
-#include "Cable.h"
-#include "Limits.h"
-#include "Locks.h"
-#include "Trace.h"
-#include "TransferMemory.h"
+#include "server/Cable.h"
+#include "server/Limits.h"
+#include "server/Locks.h"
+#include "server/Trace.h"
+#include "server/TransferMemory.h"
+#include "support/ByteUnits.h"
 
 namespace tetherhost::sim {
 
@@ -33,7 +34,7 @@ struct ServerState {
     /* Every receive lands here and is handed to its connection's frame
      * reader at once (one thread serves all), so a connection waiting for
      * its client holds no receive buffer of its own. */
-    std::array<char, std::size_t{16} * 1024> received{};
+    std::array<char, 16 * units::kibi> received{};
 };
 
 /** Serves `socket` until the client leaves or breaks the protocol; however

@@ -1,6 +1,6 @@
 /* SessionJtag: command 44, the JTAG interface: its sub-commands and the JTAG
  * shift (sub-command 12). */
-#include "Conversation.h"
+#include "server/Conversation.h"
 
 #include <algorithm>
 #include <array>
@@ -20,8 +20,8 @@ asio::awaitable<int> Conversation::jtagInterface() {
     if (!number) throw ProtocolError("not a sub-command number: " + shortened(frame));
     label = commandToken + "/" + frame;
     co_await acknowledge("ack");
-    using vocab::SubPattern;
-    const vocab::SubCommand shape = vocab::subCommand(*number);
+    using protocol::SubPattern;
+    const protocol::SubCommand shape = protocol::subCommand(*number);
     switch (shape.pattern) {
     case SubPattern::Unknown: break;
     case SubPattern::NoArgs: co_return plainSubCommand(*number);
@@ -73,8 +73,8 @@ asio::awaitable<int> Conversation::jtagShift() {
     const int bitCount = co_await integer("bits");
     const int withSecond = co_await integer("second");
     const int withThird = co_await integer("third");
-    const std::int64_t byteCount = byteCountOf(bitCount);
-    const bool single = byteCount <= static_cast<std::int64_t>(blockSize);
+    const std::int64_t byteCount = protocol::byteCountOf(bitCount);
+    const bool single = byteCount <= static_cast<std::int64_t>(frameSize);
     if (single && byteCount < 0) co_return reply::done;  // the library's block send of byteCount + 1 bytes fails
 
     // Block 1 is TDI; block 2 the expected TDO and block 3 its mask.

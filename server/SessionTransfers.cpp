@@ -1,7 +1,7 @@
 /* SessionTransfers: the data transfers of the generic shift (19), pump data
  * (42), SSPI (50 to 52) and I2C (46 to 48): their blocks in, their
  * read-backs or answers out. */
-#include "Conversation.h"
+#include "server/Conversation.h"
 
 #include <algorithm>
 #include <asio/use_awaitable.hpp>
@@ -13,11 +13,11 @@ asio::awaitable<int> Conversation::genericShift(bool refused) {
     const int bitCount = co_await integer("bits");
     const int sentByteCount = co_await integer("bytes");
     const int withReadBack = co_await integer("read-back");
-    const std::int64_t byteCount = byteCountOf(bitCount);
+    const std::int64_t byteCount = protocol::byteCountOf(bitCount);
     if (sentByteCount != byteCount) throw ProtocolError("byte count does not match the bit count");
     if (byteCount <= 0) co_return reply::done;  // the library cannot send an empty block and stops
 
-    const bool single = byteCount <= static_cast<std::int64_t>(blockSize);
+    const bool single = byteCount <= static_cast<std::int64_t>(frameSize);
     const std::int64_t keep = bitCount <= maxScanBits ? byteCount : 0;
     const std::string tdi = co_await block(byteCount, single, keep);
     ShiftResult shifted;
@@ -33,8 +33,8 @@ asio::awaitable<int> Conversation::pumpData() {
     const int bitCount = co_await integer("bits");
     const int mode = co_await integer("mode");
     const int withReadBack = co_await integer("read-back");
-    const std::int64_t byteCount = byteCountOf(bitCount);
-    const bool single = bitCount <= singleBlockBits;
+    const std::int64_t byteCount = protocol::byteCountOf(bitCount);
+    const bool single = bitCount <= protocol::singleBlockBits;
     if (single && byteCount <= 0) co_return reply::done;  // the library cannot send an empty block and stops
 
     // The block is gathered first and stored whole, so transfers of several
@@ -53,7 +53,7 @@ asio::awaitable<int> Conversation::pumpData() {
     co_return cable.pumpReply(plan);
 }
 
-asio::awaitable<int> Conversation::transfers(const vocab::Command& shape, Transfer transfer) {
+asio::awaitable<int> Conversation::transfers(const protocol::Command& shape, Transfer transfer) {
     // Commands 47 and 51 read first and then write and read; the first
     // failure is the one reported.
     int first = reply::done;
@@ -66,8 +66,8 @@ asio::awaitable<int> Conversation::sspiTransfer(int withWrite, int withReadBack)
     const int address = co_await integer("address");
     const int bitCount = co_await integer("bits");
     const int options = co_await integer("options");
-    const std::int64_t byteCount = byteCountOf(bitCount);
-    const bool single = bitCount <= singleBlockBits;
+    const std::int64_t byteCount = protocol::byteCountOf(bitCount);
+    const bool single = bitCount <= protocol::singleBlockBits;
     int status = reply::done;
     if (withWrite != 0) {
         if (single && byteCount <= 0) co_return reply::done;  // the library cannot send an empty block and stops
@@ -95,15 +95,15 @@ asio::awaitable<int> Conversation::i2cTransfer(int withWrite, int withReadBack) 
     const int bitCount = co_await integer("bits");
     co_await integer("last");
     // The library sends the device's bus address bit-reversed.
-    const int busAddress = device >= 0 && device <= 0xFF ? reversedBits(static_cast<unsigned char>(device)) : -1;
-    const std::int64_t byteCount = byteCountOf(bitCount);
-    const bool single = bitCount <= singleBlockBits;
+    const int busAddress = device >= 0 && device <= 0xFF ? protocol::reverseBits(static_cast<unsigned char>(device)) : -1;
+    const std::int64_t byteCount = protocol::byteCountOf(bitCount);
+    const bool single = bitCount <= protocol::singleBlockBits;
     int status = reply::done;
     if (withWrite != 0) {
         if (single && byteCount <= 0) co_return reply::done;  // the library cannot send an empty block and stops
         const std::int64_t keep = byteCount <= static_cast<std::int64_t>(cable.eeprom.size()) ? byteCount : 0;
         std::string data = co_await block(byteCount, single, keep);
-        for (char& byte : data) byte = static_cast<char>(reversedBits(static_cast<unsigned char>(byte)));
+        for (char& byte : data) byte = static_cast<char>(protocol::reverseBits(static_cast<unsigned char>(byte)));
         status = keep == byteCount ? cable.i2cWrite(busAddress, wordAddress, data) : reply::outOfRange;
     }
     if (withReadBack == 0) {

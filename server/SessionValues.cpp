@@ -1,6 +1,6 @@
 /* SessionValues: the arithmetic and text handling the conversation applies
  * to values off the wire. */
-#include "Conversation.h"
+#include "server/Conversation.h"
 
 #include <algorithm>
 #include <charconv>
@@ -13,20 +13,6 @@ std::optional<int> parseInt(std::string_view text) {
     const auto [stop, error] = std::from_chars(text.data(), end, value);
     if (error != std::errc{} || stop != end) return std::nullopt;
     return value;
-}
-
-std::int64_t byteCountOf(int bitCount) {
-    return static_cast<std::int32_t>(static_cast<std::uint32_t>(bitCount) + 7U) / 8;
-}
-
-std::int64_t chunkCountOf(std::int64_t byteCount) {
-    return (byteCount + static_cast<std::int64_t>(blockSize) - 1) / static_cast<std::int64_t>(blockSize);
-}
-
-unsigned char reversedBits(unsigned char byte) {
-    unsigned char result = 0;
-    for (int i = 0; i < 8; ++i) result = static_cast<unsigned char>(result | (((byte >> i) & 1U) << (7 - i)));
-    return result;
 }
 
 bool allZero(std::string_view bytes) {

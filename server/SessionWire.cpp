@@ -2,7 +2,7 @@
  * bytes, blocks and chunks through the frame reader, sending answers and
  * read-backs, and keeping the status text and the read-back of a JTAG shift
  * apart as well as a server can. */
-#include "Conversation.h"
+#include "server/Conversation.h"
 
 #include <linux/sockios.h>
 #include <sys/ioctl.h>
@@ -13,7 +13,7 @@
 #include <asio/write.hpp>
 #include <chrono>
 
-#include "ReceiveQueue.h"
+#include "support/ReceiveQueue.h"
 
 namespace tetherhost::sim {
 
@@ -81,7 +81,7 @@ asio::awaitable<void> Conversation::text(std::string_view item) {
 
 asio::awaitable<void> Conversation::goToken() {
     const std::string frame = co_await token("go");
-    if (frame != "+") throw ProtocolError("expected the go token");
+    if (frame != protocol::plusText) throw ProtocolError("expected the go token");
 }
 
 asio::awaitable<std::string> Conversation::chunkedBlock(std::int64_t byteCount, bool padded, std::int64_t keep) {
@@ -90,9 +90,9 @@ asio::awaitable<std::string> Conversation::chunkedBlock(std::int64_t byteCount, 
         keep = ownAllowance;
     }
     std::string kept;
-    for (std::int64_t offset = 0; offset < byteCount; offset += static_cast<std::int64_t>(blockSize)) {
-        const auto length = static_cast<std::size_t>(std::min<std::int64_t>(blockSize, byteCount - offset));
-        const std::size_t sent = padded ? blockSize : length;
+    for (std::int64_t offset = 0; offset < byteCount; offset += static_cast<std::int64_t>(frameSize)) {
+        const auto length = static_cast<std::size_t>(std::min<std::int64_t>(frameSize, byteCount - offset));
+        const std::size_t sent = padded ? frameSize : length;
         const std::string chunk = co_await bytes(sent, "chunk");
         co_await acknowledge("ack");
         if (offset < keep) kept.append(chunk, 0, static_cast<std::size_t>(std::min<std::int64_t>(length, keep - offset)));
@@ -161,13 +161,13 @@ asio::awaitable<void> Conversation::readBack(std::int64_t byteCount, bool single
         co_await send(data, "read-back", false);
         co_return;
     }
-    const std::int64_t chunks = chunkCountOf(byteCount);
-    const std::size_t payload = framed ? framedPayload : blockSize;
+    const std::int64_t chunks = protocol::chunkCountOf(byteCount);
+    const std::size_t payload = framed ? protocol::framedPayload : frameSize;
     const auto total = static_cast<std::size_t>(byteCount);
     for (std::int64_t i = 0; i < chunks; ++i) {
         const std::size_t offset = static_cast<std::size_t>(i) * payload;
         const std::size_t length = offset < total ? std::min(payload, total - offset) : 0;
-        const std::string chunk = (framed ? "+" : "") + produce(offset, length);
+        const std::string chunk = std::string(framed ? protocol::plusText : std::string_view()) + produce(offset, length);
         co_await send(chunk, "read-back", false);
         co_await goToken();
     }

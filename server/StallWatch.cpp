@@ -1,5 +1,5 @@
 /* StallWatch: arming and checking the connection's stall timer. */
-#include "StallWatch.h"
+#include "server/StallWatch.h"
 
 namespace tetherhost::sim {
 

@@ -1,5 +1,5 @@
 /* Trace: line formatting and output. */
-#include "Trace.h"
+#include "server/Trace.h"
 
 namespace tetherhost::sim {
 namespace {

@@ -1,5 +1,5 @@
 /* TransferMemory: the shared budget's bookkeeping. */
-#include "TransferMemory.h"
+#include "server/TransferMemory.h"
 
 namespace tetherhost::sim {
 

@@ -13,17 +13,17 @@
 #include <string>
 #include <system_error>
 
-#include "Cable.h"
-#include "ChainFile.h"
-#include "Limits.h"
-#include "Server.h"
-#include "Trace.h"
-#include "Vocabulary.h"
+#include "protocol/Frames.h"
+#include "server/Cable.h"
+#include "server/ChainFile.h"
+#include "server/Limits.h"
+#include "server/Server.h"
+#include "server/Trace.h"
 
 namespace {
 
 struct Options {
-    int port = tetherhost::vocabulary::serverPort;
+    int port = tetherhost::protocol::serverPort;
     int idleExit = 60;
     tetherhost::sim::Limits limits;
     int stallTimeout = static_cast<int>(limits.stallTimeout.count());

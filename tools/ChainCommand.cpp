@@ -8,11 +8,11 @@
 #include <string>
 #include <vector>
 
-#include "ChainScan.h"
+#include "tools/ChainScan.h"
 #include "Client.h"
-#include "Commands.h"
-#include "Failure.h"
-#include "ReplyNumbers.h"
+#include "tools/Commands.h"
+#include "tools/Failure.h"
+#include "tools/ReplyNumbers.h"
 
 namespace tetherctl {
 
@@ -27,7 +27,7 @@ struct Reported {
  * "name,irLength,idcode" field per device. */
 std::vector<Reported> describeChain(ServerSession& session) {
     Client& client = session.client();
-    const int count = client.Send(command::jtagInterface, jtag::describeChain);
+    const int count = client.Send(command::jtagInterface, sub::describeChain);
     session.check(count, "asking for the chain's description (command 44, sub-command 7)");
     std::vector<std::string> fields;
     const int status = client.Read(fields);
@@ -64,13 +64,13 @@ void runChain(const CommonOptions& common, Output& out) {
     ServerSession session(common);
     session.begin();
     Client& client = session.client();
-    session.check(client.Send(command::jtagInterface, jtag::resetTaps), "resetting the TAPs (command 44, sub-command 3)");
+    session.check(client.Send(command::jtagInterface, sub::resetTaps), "resetting the TAPs (command 44, sub-command 3)");
 
     // After the reset every device's data register is its IDCODE (or
     // BYPASS); shifting ones in pushes them all out.
     const Bytes ones(chainScanBits / 8, 0xFF);
     const Bytes expected(ones.size(), 0);
-    const int mismatches = client.Send(command::jtagInterface, jtag::shift, 0, chainScanBits, 1, 0, ones.data(),
+    const int mismatches = client.Send(command::jtagInterface, sub::jtagShift, 0, chainScanBits, 1, 0, ones.data(),
                                        expected.data());
     session.check(mismatches, "scanning the chain (command 44, sub-command 12)");
     const Bytes tdo = collectReturnedData(client, ones.size());

@@ -1,5 +1,5 @@
 /* Decoding the chain scan and the fields of an IDCODE. */
-#include "ChainScan.h"
+#include "tools/ChainScan.h"
 
 #include <algorithm>
 #include <cstdio>

@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "Hex.h"
+#include "tools/Hex.h"
 
 namespace tetherctl {
 

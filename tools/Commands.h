@@ -6,39 +6,31 @@
 #include <string>
 #include <vector>
 
-#include "Hex.h"
-#include "Output.h"
-#include "ServerSession.h"
+#include "protocol/Commands.h"
+#include "protocol/Frames.h"
+#include "support/ByteUnits.h"
+#include "tools/Hex.h"
+#include "tools/Output.h"
+#include "tools/ServerSession.h"
 
 class Client;
 
 namespace tetherctl {
 
-/* The command numbers and JTAG-interface sub-commands tetherctl uses, with
- * the meaning the tetherhost simulator gives them. */
-namespace command {
-inline constexpr int pumpData = 42;
-inline constexpr int jtagInterface = 44;
-inline constexpr int i2cWrite = 46;
-inline constexpr int i2cWriteReadBack = 48;
-inline constexpr int sspiWrite = 50;
-inline constexpr int sspiWriteReadBack = 52;
-}  // namespace command
+namespace command = tetherhost::protocol::command;
+namespace sub = tetherhost::protocol::sub;
+namespace shiftFlag = tetherhost::protocol::shiftFlag;
 
-namespace jtag {
-inline constexpr int resetTaps = 3;
-inline constexpr int describeChain = 7;
-inline constexpr int shift = 12;
-inline constexpr int instructionScanFlag = 1;  // clear: a data-register scan
-}  // namespace jtag
-
-/** Longest scan `tetherctl shift` makes: one block of 1024 bytes, which
- * comes back whole. */
-inline constexpr int maxShiftBits = 8192;
-/** Longest I2C transfer: one block of 1024 bytes, which comes back whole. */
-inline constexpr std::size_t maxI2cBytes = 1024;
+/** Longest scan `tetherctl shift` makes: one block, which comes back whole. */
+inline constexpr int maxShiftBits = tetherhost::protocol::singleBlockBits;
+/** Longest I2C transfer: one block, which comes back whole. */
+inline constexpr std::size_t maxI2cBytes = tetherhost::protocol::frameSize;
+/** Longest pump piece that `--verify` reads back whole: one block. Larger
+ * pieces travel in chunks whose read-back marks each chunk with a "+" byte
+ * in place of data, so they cannot be compared byte for byte. */
+inline constexpr int maxVerifiedPiece = tetherhost::protocol::frameBytes;
 /** Longest SSPI transfer (its bit count must fit in an int). */
-inline constexpr std::size_t maxSspiBytes = std::size_t{16} << 20;
+inline constexpr std::size_t maxSspiBytes = 16 * tetherhost::units::mebi;
 
 struct ShiftOptions {
     std::string registerName;  // "ir" or "dr"
@@ -65,7 +57,7 @@ struct PumpOptions {
     std::string file;
     bool verify = false;
     bool append = false;
-    int pieceBytes = 16 * 1024;
+    int pieceBytes = 16 * tetherhost::protocol::frameBytes;
 };
 
 struct SendOptions {

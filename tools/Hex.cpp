@@ -1,5 +1,5 @@
 /* Conversions between hex text, byte strings and scan values. */
-#include "Hex.h"
+#include "tools/Hex.h"
 
 #include <cctype>
 

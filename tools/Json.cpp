@@ -1,5 +1,5 @@
 /* Writing Json values as compact JSON text. */
-#include "Json.h"
+#include "tools/Json.h"
 
 #include <cmath>
 #include <cstdio>

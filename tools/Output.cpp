@@ -1,5 +1,5 @@
 /* Printing a command's text lines or its JSON object. */
-#include "Output.h"
+#include "tools/Output.h"
 
 #include <cstdio>
 

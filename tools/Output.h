@@ -7,7 +7,7 @@
 
 #include <string>
 
-#include "Json.h"
+#include "tools/Json.h"
 
 namespace tetherctl {
 

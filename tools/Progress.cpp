@@ -1,7 +1,9 @@
 /* Drawing the progress bar. */
-#include "Progress.h"
+#include "tools/Progress.h"
 
 #include <cmath>
+
+#include "support/ByteUnits.h"
 
 namespace tetherctl {
 
@@ -21,9 +23,10 @@ std::string clockText(double seconds) {
 
 std::string humanBytes(double bytes) {
     static const char* const units[] = {"B", "KiB", "MiB", "GiB"};
+    constexpr auto perKibibyte = static_cast<double>(tetherhost::units::kibi);
     int unit = 0;
-    while (bytes >= 1024.0 && unit < 3) {
-        bytes /= 1024.0;
+    while (bytes >= perKibibyte && unit < 3) {
+        bytes /= perKibibyte;
         ++unit;
     }
     char text[32];

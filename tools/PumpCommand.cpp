@@ -12,9 +12,9 @@
 #include <string>
 
 #include "Client.h"
-#include "Commands.h"
-#include "Failure.h"
-#include "Progress.h"
+#include "tools/Commands.h"
+#include "tools/Failure.h"
+#include "tools/Progress.h"
 
 namespace tetherctl {
 
@@ -24,11 +24,7 @@ namespace {
 constexpr int appendMode = 0;
 constexpr int replaceMode = 2;
 
-/* A piece read back whole: the library's single-block transfer. Larger
- * pieces travel in chunks whose read-back marks each chunk with a "+" byte
- * in place of data, so they cannot be compared byte for byte. */
-constexpr int maxVerifiedPiece = 1024;
-constexpr int maxPiece = 1 << 20;
+constexpr int maxPiece = static_cast<int>(tetherhost::units::mebi);
 
 volatile std::sig_atomic_t stopRequested = 0;
 

@@ -1,5 +1,5 @@
 /* Whole-text decimal numbers with explicit range checks. */
-#include "ReplyNumbers.h"
+#include "tools/ReplyNumbers.h"
 
 #include <charconv>
 #include <system_error>

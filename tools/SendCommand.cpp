@@ -4,10 +4,10 @@
 #include <vector>
 
 #include "Client.h"
-#include "Commands.h"
-#include "Failure.h"
-#include "StatusCodes.h"
-#include "TypedSend.h"
+#include "tools/Commands.h"
+#include "tools/Failure.h"
+#include "tools/StatusCodes.h"
+#include "tools/TypedSend.h"
 
 namespace tetherctl {
 
@@ -75,17 +75,17 @@ void runSend(const CommonOptions& common, const SendOptions& options, Output& ou
 }
 
 void runCodes(Output& out) {
-    const auto list = [&out](const char* title, const char* key, const std::vector<StatusCode>& table,
+    const auto list = [&out](const char* title, const char* key, std::span<const StatusCode> table,
                              std::string (*line)(int)) {
         Json& codes = out.data()[key];
         codes = Json::Array{};
         out.line(title);
         for (const StatusCode& entry : table) {
             Json code;
-            code["code"] = entry.code;
+            code["code"] = entry.number;
             code["meaning"] = entry.meaning;
             codes.push(code);
-            out.line("  " + line(entry.code));
+            out.line("  " + line(entry.number));
         }
     };
     list("Status codes of libtetherhost_client:", "status", statusCodes(), statusLine);

@@ -1,5 +1,5 @@
 /* The Client's life in one tetherctl run. */
-#include "ServerSession.h"
+#include "tools/ServerSession.h"
 
 #include <unistd.h>
 
@@ -7,7 +7,10 @@
 #include <vector>
 
 #include "Client.h"
-#include "Failure.h"
+#include "protocol/Commands.h"
+#include "protocol/Frames.h"
+#include "protocol/Status.h"
+#include "tools/Failure.h"
 
 namespace tetherctl {
 
@@ -17,29 +20,23 @@ namespace {
 constexpr const char* sessionApplication = "tetherctl";
 constexpr const char* sessionVersion = TETHERCTL_VERSION;
 
-constexpr std::size_t maxNameLength = 1023;
 
-/* The commands of the two locks. */
-constexpr int openSession = 4;
-constexpr int takeCommandLock = 33;
-constexpr int releaseCommandLock = 34;
-constexpr int releaseSessionLock = 35;
+namespace command = tetherhost::protocol::command;
+namespace status = tetherhost::protocol::status;
 
-constexpr int transportSendFailed = -1001;
-constexpr int transportReceiveFailed = -1002;
+bool isTransportFailure(int code) { return code == status::sendFailed || code == status::receiveFailed; }
 
 }  // namespace
 
-Reading failedSendReading(int command, int code) {
-    const bool lockCommand = command == openSession || command == takeCommandLock;
-    const bool transport = code == transportSendFailed || code == transportReceiveFailed;
-    return lockCommand && !transport ? Reading::LockAnswer : Reading::LibraryStatus;
+Reading failedSendReading(int number, int code) {
+    const bool lockCommand = number == command::openSession || number == command::commandLock;
+    return lockCommand && !isTransportFailure(code) ? Reading::LockAnswer : Reading::LibraryStatus;
 }
 
 ServerSession::ServerSession(const CommonOptions& options)
     : serverDirectory(options.serverDirectory), launcher(getpid()) {
     // The library copies the name into a 1024-byte frame with its NUL.
-    if (options.name.size() > maxNameLength) throw UsageError("--name: at most 1023 bytes");
+    if (options.name.size() > tetherhost::protocol::maxTokenLength) throw UsageError("--name: at most 1023 bytes");
     std::vector<char> name(options.name.begin(), options.name.end());
     name.push_back('\0');
     owned = std::make_unique<Client>(name.data());
@@ -53,11 +50,10 @@ ServerSession::~ServerSession() {
     // the server may still wait for the rest of a command: nothing more is
     // sent. The socket closes when tetherctl ends, and the server frees the
     // connection's locks then.
-    const int status = owned->GetClientStatus();
-    if (status == transportSendFailed || status == transportReceiveFailed) return;
+    if (isTransportFailure(owned->GetClientStatus())) return;
     if (locked) {
-        owned->Send(releaseCommandLock);
-        owned->Send(releaseSessionLock);
+        owned->Send(command::releaseCommandLock);
+        owned->Send(command::releaseSessionLock);
     }
     if (connected) owned->Disconnect();
 }
@@ -87,17 +83,17 @@ void ServerSession::connect() {
 }
 
 void ServerSession::lock() {
-    int result = owned->Send(openSession, sessionApplication, sessionVersion, 0);
-    if (result != 0) throw Failure("opening the session (command 4)", result, failedSendReading(openSession, result));
+    int result = owned->Send(command::openSession, sessionApplication, sessionVersion, 0);
+    if (result != 0) throw Failure("opening the session (command 4)", result, failedSendReading(command::openSession, result));
     locked = true;
-    result = owned->Send(takeCommandLock);
-    if (result != 0) throw Failure("taking the command lock (command 33)", result, failedSendReading(takeCommandLock, result));
+    result = owned->Send(command::commandLock);
+    if (result != 0) throw Failure("taking the command lock (command 33)", result, failedSendReading(command::commandLock, result));
 }
 
 void ServerSession::unlock() {
     locked = false;
-    check(owned->Send(releaseCommandLock), "releasing the command lock (command 34)");
-    check(owned->Send(releaseSessionLock), "releasing the session lock (command 35)");
+    check(owned->Send(command::releaseCommandLock), "releasing the command lock (command 34)");
+    check(owned->Send(command::releaseSessionLock), "releasing the session lock (command 35)");
 }
 
 void ServerSession::disconnect() {

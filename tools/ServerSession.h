@@ -11,7 +11,7 @@
 #include <memory>
 #include <string>
 
-#include "Failure.h"
+#include "tools/Failure.h"
 
 class Client;
 

@@ -1,25 +1,24 @@
-/* The status codes of libtetherhost_client as tetherctl names them, and the
- * negative integer replies of the tetherhost simulator: one short meaning
- * per code, used for every failure line and for `tetherctl codes`. */
+/* The status codes of libtetherhost_client and the negative integer replies
+ * of the tetherhost simulator, as tetherctl explains them: every failure
+ * line and `tetherctl codes`, from the protocol's two tables. */
 #ifndef TETHERCTL_STATUSCODES_H
 #define TETHERCTL_STATUSCODES_H
 
+#include <span>
 #include <string>
-#include <vector>
+
+#include "protocol/Status.h"
 
 namespace tetherctl {
 
-struct StatusCode {
-    int code;
-    const char* meaning;
-};
+using StatusCode = tetherhost::protocol::Code;
 
 /** Every code the library can report, in the order of the user guide. */
-const std::vector<StatusCode>& statusCodes();
+inline std::span<const StatusCode> statusCodes() { return tetherhost::protocol::statusCodes; }
 
 /** The negative integer replies the simulator gives to a command it could
  * not carry out. */
-const std::vector<StatusCode>& serverReplies();
+inline std::span<const StatusCode> serverReplies() { return tetherhost::protocol::serverReplies; }
 
 /** The meaning of library status `code`. */
 std::string describeStatus(int code);

@@ -4,8 +4,8 @@
 #include <string>
 
 #include "Client.h"
-#include "Commands.h"
-#include "Failure.h"
+#include "tools/Commands.h"
+#include "tools/Failure.h"
 
 namespace tetherctl {
 
@@ -58,7 +58,7 @@ void runShift(const CommonOptions& common, const ShiftOptions& options, Output& 
     session.begin();
     Client& client = session.client();
     const int mismatches =
-        client.Send(command::jtagInterface, jtag::shift, instruction ? jtag::instructionScanFlag : 0, options.bits,
+        client.Send(command::jtagInterface, sub::jtagShift, instruction ? shiftFlag::instructionScan : 0, options.bits,
                     1, 0, tdi->data(), expected.data());
     session.check(mismatches, "shifting (command 44, sub-command 12)");
     const Bytes tdo = collectReturnedData(client, tdi->size());

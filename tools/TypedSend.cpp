@@ -6,7 +6,7 @@
  * is how the library takes both texts (const char*) and data blocks (const
  * unsigned char*), so one pointer type serves both and the number of call
  * shapes stays that of a two-type alphabet. */
-#include "TypedSend.h"
+#include "tools/TypedSend.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -17,7 +17,8 @@
 #include <utility>
 
 #include "Client.h"
-#include "Failure.h"
+#include "support/ByteUnits.h"
+#include "tools/Failure.h"
 
 namespace tetherctl {
 
@@ -25,7 +26,7 @@ namespace {
 
 /* Zero padding of byte blocks stops here (16 MiB): beyond that the caller
  * must give the bytes. */
-constexpr std::size_t maxPaddedBlock = std::size_t{16} << 20;
+constexpr std::size_t maxPaddedBlock = 16 * tetherhost::units::mebi;
 
 using Pointer = const void*;
 

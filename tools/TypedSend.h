@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "Hex.h"
+#include "tools/Hex.h"
 
 class Client;
 

@@ -10,9 +10,9 @@
 #include <functional>
 #include <string>
 
-#include "Commands.h"
-#include "Failure.h"
-#include "StatusCodes.h"
+#include "tools/Commands.h"
+#include "tools/Failure.h"
+#include "tools/StatusCodes.h"
 
 namespace {
 
@@ -123,7 +123,7 @@ int runTetherctl(int argc, char** argv) {
         ->excludes(verify);
     pumpCommand->add_option("--piece", pump.pieceBytes, "bytes per piece (16384; 1024 with --verify)");
     pumpCommand->callback([&] {
-        if (pump.verify && pumpCommand->count("--piece") == 0) pump.pieceBytes = 1024;
+        if (pump.verify && pumpCommand->count("--piece") == 0) pump.pieceBytes = maxVerifiedPiece;
         command = [&](Output& out) { runPump(common, pump, out); };
     });
 

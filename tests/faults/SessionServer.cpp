@@ -17,7 +17,7 @@
 #include <cstring>
 #include <thread>
 
-#include "ReceiveQueue.h"
+#include "support/ReceiveQueue.h"
 
 namespace tetherhost::test {
 namespace {

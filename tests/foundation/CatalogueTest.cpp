@@ -9,9 +9,9 @@
 #include <gtest/gtest.h>
 
 #include "ClientUtils.h"
-#include "HeapInUse.h"
-#include "itoa.h"
-#include "msgManager.h"
+#include "support/HeapInUse.h"
+#include "platform/itoa.h"
+#include "platform/msgManager.h"
 
 namespace {
 

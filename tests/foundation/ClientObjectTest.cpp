@@ -3,7 +3,7 @@
 
 #include "Client.h"
 #include "MessageLog.h"
-#include "msgManager.h"
+#include "platform/msgManager.h"
 
 using tetherhost::test::MessageLog;
 

@@ -1,6 +1,6 @@
 /* Tests of the peer receive-queue probe on Unix socketpairs and TCP loopback. */
 #include "PeerTestHelpers.h"
-#include "ReceiveQueue.h"
+#include "support/ReceiveQueue.h"
 
 #include <gtest/gtest.h>
 #include <sys/socket.h>

@@ -18,8 +18,8 @@
 #include <thread>
 
 #include "Client.h"
-#include "MessageTemplate.h"
-#include "msgManager.h"
+#include "platform/MessageTemplate.h"
+#include "platform/msgManager.h"
 
 namespace tetherhost::test {
 

@@ -11,7 +11,7 @@
 #include <gtest/gtest.h>
 
 #include "SendWrap.h"
-#include "Wire.h"
+#include "wire/Wire.h"
 
 namespace {
 

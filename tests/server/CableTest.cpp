@@ -5,7 +5,7 @@
 
 #include <string>
 
-#include "Cable.h"
+#include "server/Cable.h"
 #include "SimulatorHarness.h"
 
 namespace tetherhost::test {

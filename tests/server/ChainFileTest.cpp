@@ -4,7 +4,7 @@
 #include <stdexcept>
 #include <string>
 
-#include "ChainFile.h"
+#include "server/ChainFile.h"
 
 namespace tetherhost::test {
 namespace {

@@ -4,13 +4,13 @@
 
 #include <string>
 
-#include "FrameReader.h"
+#include "protocol/FrameReader.h"
 #include "SimulatorHarness.h"
 
 namespace tetherhost::test {
 namespace {
 
-using sim::FrameReader;
+using protocol::FrameReader;
 using Result = FrameReader::Result;
 
 void feed(FrameReader& reader, const std::string& bytes) { reader.feed(bytes.data(), bytes.size()); }

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "JtagChain.h"
+#include "server/JtagChain.h"
 #include "SimulatorHarness.h"
 
 namespace tetherhost::test {

@@ -5,7 +5,7 @@
  * hanging it. */
 #include "ScriptedPeer.h"
 
-#include "ReceiveQueue.h"
+#include "support/ReceiveQueue.h"
 
 #include <arpa/inet.h>
 #include <netinet/in.h>

@@ -7,15 +7,15 @@
 #include <string>
 #include <vector>
 
-#include "ChainScan.h"
-#include "Failure.h"
-#include "Hex.h"
-#include "Json.h"
-#include "Progress.h"
-#include "ReplyNumbers.h"
-#include "ServerSession.h"
-#include "StatusCodes.h"
-#include "TypedSend.h"
+#include "tools/ChainScan.h"
+#include "tools/Failure.h"
+#include "tools/Hex.h"
+#include "tools/Json.h"
+#include "tools/Progress.h"
+#include "tools/ReplyNumbers.h"
+#include "tools/ServerSession.h"
+#include "tools/StatusCodes.h"
+#include "tools/TypedSend.h"
 
 namespace tetherctl {
 namespace {
@@ -271,7 +271,7 @@ TEST(ReplyInteger, RefusesTextsOutOfRangeOrNotWhollyANumber) {
 
 TEST(StatusCodes, TheTableListsEveryCodeOnce) {
     std::vector<int> codes;
-    for (const StatusCode& entry : statusCodes()) codes.push_back(entry.code);
+    for (const StatusCode& entry : statusCodes()) codes.push_back(entry.number);
     EXPECT_EQ(codes, (std::vector<int>{0, 1, -1, 1001, -1001, -1002, -1004, -1005, -1008, -1009, -1016, -1017, -1020,
                                        -1021, -1022, -1023}));
 }

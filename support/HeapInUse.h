@@ -3,8 +3,8 @@
  * otherwise). The simulator's status report shows it, so that a client can
  * watch the server's memory over a long run; the tests and benchmarks use it
  * to show that repeated operations leave the heap where it was. */
-#ifndef TETHERHOST_PROTOCOL_HEAPINUSE_H
-#define TETHERHOST_PROTOCOL_HEAPINUSE_H
+#ifndef TETHERHOST_SUPPORT_HEAPINUSE_H
+#define TETHERHOST_SUPPORT_HEAPINUSE_H
 
 #include <cstddef>
 

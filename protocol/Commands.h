@@ -1,18 +1,47 @@
-/* The command vocabulary of the tetherhost protocol: which command numbers
- * exist, which are lock-guarded, how each one's arguments travel, and the
- * argument patterns of the 144 JTAG-interface sub-commands. Written once and
- * shared by the library's dispatcher and the server simulator, so the two
- * sides cannot drift apart. */
-#ifndef TETHERHOST_PROTOCOL_VOCABULARY_H
-#define TETHERHOST_PROTOCOL_VOCABULARY_H
+/* Commands: the command vocabulary of the tetherhost protocol: which command
+ * numbers exist, which are lock-guarded, how each one's arguments travel, and
+ * the argument patterns of the 144 JTAG-interface sub-commands, with names
+ * for the numbers that the library, the simulator and tetherctl use by
+ * number. Written once and shared by all of them, so no two can drift
+ * apart. */
+#ifndef TETHERHOST_PROTOCOL_COMMANDS_H
+#define TETHERHOST_PROTOCOL_COMMANDS_H
 
 #include <array>
 #include <cstddef>
 
-namespace tetherhost::vocabulary {
+namespace tetherhost::protocol {
 
-inline constexpr int serverPort = 4001;
-inline constexpr std::size_t frameSize = 1024;
+/* Command numbers named where code uses them. The interface itself gives
+ * commands no names; these say what the simulator makes of them. */
+namespace command {
+inline constexpr int statusReport = 1;
+inline constexpr int openSession = 4;
+inline constexpr int commandLock = 33;
+inline constexpr int releaseCommandLock = 34;
+inline constexpr int releaseSessionLock = 35;
+inline constexpr int pumpData = 42;
+inline constexpr int sharedAppList = 43;
+inline constexpr int jtagInterface = 44;
+inline constexpr int i2cWrite = 46;
+inline constexpr int i2cWriteReadBack = 48;
+inline constexpr int sspiWrite = 50;
+inline constexpr int sspiWriteReadBack = 52;
+inline constexpr int farewell = 9999;
+}  // namespace command
+
+/* JTAG-interface sub-commands (of command 44) named where code uses them. */
+namespace sub {
+inline constexpr int resetTaps = 3;
+inline constexpr int describeChain = 7;
+inline constexpr int jtagShift = 12;
+}  // namespace sub
+
+/* The flag bits of a JTAG shift (sub-command 12). */
+namespace shiftFlag {
+inline constexpr int instructionScan = 1;  // set: IR scan; clear: DR scan
+inline constexpr int noReadBack = 2;       // the TDO read-back is left out
+}  // namespace shiftFlag
 
 /* How the arguments of a command travel after its command frame. */
 enum class Marshal : unsigned char {
@@ -43,10 +72,6 @@ struct Command {
     bool readOnlyFirst;   // I2C and SSPI: a read-only transfer (0, 1) comes first
 };
 
-inline constexpr int farewellCommand = 9999;
-inline constexpr int sessionCommand = 4;
-inline constexpr int commandLockCommand = 33;
-
 /* Commands of 28 or less, other than 1, 3 and 4, reach the server only while
  * the client holds both locks. */
 constexpr bool isLockGuarded(int command) {
@@ -55,14 +80,16 @@ constexpr bool isLockGuarded(int command) {
 
 /* Commands 4 and 33 end with the lock answer; every other command ends with
  * the server's integer reply. */
-constexpr bool readsIntegerReply(int command) {
-    return command != sessionCommand && command != commandLockCommand;
+constexpr bool readsIntegerReply(int number) {
+    return number != command::openSession && number != command::commandLock;
 }
 
 /* Commands whose failed command frame makes the client reconnect. */
-constexpr bool reconnectsOnFailure(int command) { return command == 1 || command == sessionCommand; }
+constexpr bool reconnectsOnFailure(int number) {
+    return number == command::statusReport || number == command::openSession;
+}
 
-constexpr Command command(int number) {
+constexpr Command shapeOf(int number) {
     constexpr Command none{Marshal::Nothing, 0, 0, 0, false};
     switch (number) {
     case 1: case 6: case 8: case 10: case 11: case 13: case 14: case 22:
@@ -110,7 +137,7 @@ constexpr Command command(int number) {
         return {Marshal::SSPI, 0, 1, 1, true};
     case 52:
         return {Marshal::SSPI, 0, 1, 1, false};
-    case farewellCommand:
+    case command::farewell:
         return {Marshal::Farewell, 0, 0, 0, false};
     default:
         return {Marshal::Unknown, 0, 0, 0, false};
@@ -136,7 +163,6 @@ struct SubCommand {
 };
 
 inline constexpr int subCommandCount = 144;
-inline constexpr int jtagShiftSubCommand = 12;
 
 namespace detail {
 struct Range {
@@ -177,7 +203,7 @@ constexpr std::array<SubCommand, subCommandCount> buildSubCommands() {
     constexpr Range intThenEmpty[] = {{120, 120}};
     constexpr Range fractionStrict[] = {{69, 70}};
     constexpr Range fractionFixed[] = {{36, 36}};
-    constexpr Range jtagShift[] = {{12, 12}};
+    constexpr Range jtagShift[] = {{sub::jtagShift, sub::jtagShift}};
     mark(table, noArgs, {SubPattern::NoArgs, 0});
     mark(table, oneInt, {SubPattern::Ints, 1});
     mark(table, twoInts, {SubPattern::Ints, 2});
@@ -203,6 +229,6 @@ constexpr SubCommand subCommand(int number) {
     return subCommands[static_cast<std::size_t>(number)];
 }
 
-}  // namespace tetherhost::vocabulary
+}  // namespace tetherhost::protocol
 
 #endif

@@ -1,25 +1,24 @@
-/* FrameReader: the server's view of the byte stream a client sends. The
- * network layer feeds it whatever a receive brought; the conversation pulls
+/* FrameReader: a receiving end's view of the byte stream the other end
+ * sends (the simulator reads its clients with it). The network layer feeds it whatever a receive brought; the conversation pulls
  * complete items out of it: a NUL-terminated token, or an exact number of raw
  * bytes (data blocks, chunks, fixed 1024-byte frames). It never touches a
  * socket, so it can be fed in pieces of any size and tested without one. */
-#ifndef TETHERHOST_SERVER_FRAMEREADER_H
-#define TETHERHOST_SERVER_FRAMEREADER_H
+#ifndef TETHERHOST_PROTOCOL_FRAMEREADER_H
+#define TETHERHOST_PROTOCOL_FRAMEREADER_H
 
 #include <cstddef>
 #include <string>
 
-namespace tetherhost::sim {
+#include "protocol/Frames.h"
+
+namespace tetherhost::protocol {
 
 class FrameReader {
 public:
-    /** A token and its NUL must fit in one client frame buffer. */
-    static constexpr std::size_t frameSize = 1024;
-
     enum class Result {
         Ready,     // the item was taken out
         NeedMore,  // not enough bytes yet: feed more and ask again
-        Overlong,  // no NUL within frameSize bytes: not a token
+        Overlong,  // no NUL within a frame's bytes: not a token
     };
 
     void feed(const char* data, std::size_t size);
@@ -39,6 +38,6 @@ private:
     std::size_t start = 0;
 };
 
-}  // namespace tetherhost::sim
+}  // namespace tetherhost::protocol
 
 #endif

@@ -1,54 +1,30 @@
-/* TransferWire: the token exchange, the chunk loop, the read-back loop and
- * the byte and chunk counts shared by the scan and bus marshallers. */
-#include "TransferWire.h"
+/* TransferWire: the token exchange, the chunk loop and the read-back loop
+ * shared by the scan and bus marshallers. */
+#include "wire/TransferWire.h"
 
 #include <algorithm>
-#include <cstdint>
 
-#include "Client.h"
+#include "protocol/Frames.h"
+#include "protocol/Status.h"
 
 namespace tetherhost::transfer {
 
-namespace {
-constexpr char goToken[] = {'+', '\0'};
-}
-
-int byteCountOf(int bitCount) {
-    // The sum wraps round modulo 2^32 like the protocol's signed arithmetic;
-    // the conversion back to int is modular, so INT_MAX is no overflow.
-    const auto sum = static_cast<std::int32_t>(static_cast<std::uint32_t>(bitCount) + 7u);
-    return sum / 8;
-}
-
-int chunkCountOf(int byteCount) {
-    return static_cast<int>((static_cast<std::int64_t>(byteCount) + (blockSize - 1)) / blockSize);
-}
-
-unsigned char reverseBits(unsigned char byte) {
-    unsigned char reversed = 0;
-    for (int bit = 0; bit < 8; ++bit) {
-        reversed = static_cast<unsigned char>((reversed << 1) | (byte & 1));
-        byte = static_cast<unsigned char>(byte >> 1);
-    }
-    return reversed;
-}
-
-Channel::Channel(const int& socket, Client* client, const char* clientName,
+Channel::Channel(const int& socket, MessageSink messages, const char* clientName,
                  const Marshaller& marshaller)
-    : socket(socket), client(client), clientName(clientName), marshaller(marshaller) {}
+    : socket(socket), messages(messages), clientName(clientName), marshaller(marshaller) {}
 
 void Channel::note(const char* id, const char* text) const {
-    if (client != nullptr && id != nullptr) client->PrintMessage(id, clientName, text);
+    if (id != nullptr) messages.post(id, clientName, text);
 }
 
 int Channel::failSend() const {
     note(marshaller.sendFailedId, clientName);
-    return sendFailure;
+    return protocol::status::sendFailed;
 }
 
 int Channel::failReceive() const {
     note(marshaller.receiveFailedId, clientName);
-    return receiveFailure;
+    return protocol::status::receiveFailed;
 }
 
 int Channel::send(const char* bytes, int length) const {
@@ -65,10 +41,10 @@ int Channel::receiveAcknowledgement(wire::FrameBuffer& buffer) const {
     buffer.clear();
     const int received = receive(buffer, 2);
     if (received < 0) return received;
-    return buffer.text()[0] == '+' ? received : failReceive();
+    return buffer.text()[0] == protocol::plus ? received : failReceive();
 }
 
-int Channel::sendGoToken() const { return send(goToken, sizeof goToken); }
+int Channel::sendGoToken() const { return send(protocol::plusToken, sizeof protocol::plusToken); }
 
 int Channel::sendToken(wire::FrameBuffer& tokenBuffer, int value) const {
     tokenBuffer.clear();
@@ -102,7 +78,7 @@ void Channel::fill(wire::FrameBuffer& buffer, const unsigned char* data, long av
     unsigned char* out = reinterpret_cast<unsigned char*>(buffer.data());
     for (long i = 0; i < held; ++i) {
         const unsigned char byte = data[offset + i];
-        out[i] = marshaller.reverseBits ? reverseBits(byte) : byte;
+        out[i] = marshaller.reverseBits ? protocol::reverseBits(byte) : byte;
     }
 }
 
@@ -111,11 +87,11 @@ int Channel::sendChunks(const unsigned char* data, long available, int byteCount
     wire::FrameBuffer chunk;
     wire::FrameBuffer reply;
     for (int i = 0; i < chunkCount; ++i) {
-        const long offset = static_cast<long>(i) * blockSize;
-        const int length = static_cast<int>(std::min<long>(byteCount - offset, blockSize));
+        const long offset = static_cast<long>(i) * protocol::frameBytes;
+        const int length = static_cast<int>(std::min<long>(byteCount - offset, protocol::frameBytes));
         fill(chunk, data, available, offset, length);
         if (announce) note(marshaller.chunkNoteId, chunk.text());
-        const int sent = send(chunk.data(), marshaller.padChunks ? blockSize : length);
+        const int sent = send(chunk.data(), marshaller.padChunks ? protocol::frameBytes : length);
         if (sent < 0) return sent;
         if (const int acknowledged = receiveAcknowledgement(reply); acknowledged < 0)
             return acknowledged;
@@ -133,19 +109,19 @@ int Channel::readBackChunks(wire::FrameBuffer& reply, int chunkCount, std::strin
             // The first chunk began in the status receive: a wrong first
             // byte fails before waiting for more, and one receive completes
             // the chunk, never one of 0 bytes.
-            if (marshaller.readBackNeedsPlus && reply.text()[0] != '+') return failReceive();
+            if (marshaller.readBackNeedsPlus && reply.text()[0] != protocol::plus) return failReceive();
             received = carried;
-            if (carried < blockSize) {
+            if (carried < protocol::frameBytes) {
                 const long more = reply.receiveBehind(socket, carried);
                 if (wire::failed(more)) return failReceive();
                 received += static_cast<int>(more);
             }
         } else {
             reply.clear();
-            received = receive(reply, blockSize);
+            received = receive(reply, protocol::frameBytes);
             if (received < 0) return received;
         }
-        if (marshaller.readBackNeedsPlus && reply.text()[0] != '+') return failReceive();
+        if (marshaller.readBackNeedsPlus && reply.text()[0] != protocol::plus) return failReceive();
         tdoData.append(reply.text(), static_cast<std::size_t>(received));
         lastGo = sendGoToken();
         if (lastGo < 0) return lastGo;
@@ -162,7 +138,7 @@ int Channel::finishChunked(wire::FrameBuffer& reply, int withReadBack, int chunk
 
 void appendLeading(std::string& tdoData, const wire::FrameBuffer& reply, int byteCount) {
     if (byteCount > 0)
-        tdoData.append(reply.text(), static_cast<std::size_t>(std::min(byteCount, blockSize)));
+        tdoData.append(reply.text(), static_cast<std::size_t>(std::min(byteCount, protocol::frameBytes)));
 }
 
 }  // namespace tetherhost::transfer

@@ -1,11 +1,12 @@
-/* The byte and chunk counts and the bit reversal shared by the marshallers. */
+/* The byte and chunk counts and the bit reversal that both ends of the
+ * protocol share. */
 #include <gtest/gtest.h>
 
 #include <climits>
 
-#include "TransferWire.h"
+#include "protocol/Frames.h"
 
-namespace tetherhost::transfer {
+namespace tetherhost::protocol {
 namespace {
 
 TEST(ByteCount, RoundsPositiveBitCountsUpToWholeBytes) {
@@ -56,4 +57,4 @@ TEST(BitReversal, MirrorsTheBitsOfAByte) {
 }
 
 }  // namespace
-}  // namespace tetherhost::transfer
+}  // namespace tetherhost::protocol

@@ -3,7 +3,7 @@
  * thread is opened on first use and kept, so a TCP query costs one netlink
  * exchange (a send and a receive) besides getsockname and getpeername; a Unix
  * one takes two exchanges, for the peer's inode and then its queue. */
-#include "ReceiveQueue.h"
+#include "support/ReceiveQueue.h"
 
 #include <linux/inet_diag.h>
 #include <linux/netlink.h>

@@ -1,10 +1,10 @@
 /* FrameReader: token and raw-byte extraction from the fed stream. */
-#include "FrameReader.h"
+#include "protocol/FrameReader.h"
 
 #include <algorithm>
 #include <cstring>
 
-namespace tetherhost::sim {
+namespace tetherhost::protocol {
 
 void FrameReader::feed(const char* data, std::size_t size) {
     // Taken bytes are dropped only when they are the larger part, so a long
@@ -42,4 +42,4 @@ void FrameReader::consume(std::size_t count) {
     }
 }
 
-}  // namespace tetherhost::sim
+}  // namespace tetherhost::protocol

@@ -4,30 +4,15 @@
  * chunk; they differ in small, deliberate ways. Each marshaller states those
  * ways once, in a Marshaller description, and a Channel carries out the
  * shared exchanges on that description. */
-#ifndef TETHERHOST_CLIENT_TRANSFERWIRE_H
-#define TETHERHOST_CLIENT_TRANSFERWIRE_H
+#ifndef TETHERHOST_WIRE_TRANSFERWIRE_H
+#define TETHERHOST_WIRE_TRANSFERWIRE_H
 
 #include <string>
 
-#include "Wire.h"
-
-class Client;
+#include "wire/MessageSink.h"
+#include "wire/Wire.h"
 
 namespace tetherhost::transfer {
-
-inline constexpr int blockSize = 1024;
-inline constexpr int sendFailure = -1001;
-inline constexpr int receiveFailure = -1002;
-
-/** (bitCount + 7) / 8 with the wrap-around of 32-bit signed arithmetic: bit
- * counts within 7 of INT_MAX give a negative byte count (and so no data at
- * all), computed without overflowing. */
-int byteCountOf(int bitCount);
-/** (byteCount + 1023) / 1024, truncating toward zero: 0 or less for byte
- * counts of 0 or less. */
-int chunkCountOf(int byteCount);
-/** The byte with its bit order reversed (bit 0 becomes bit 7). */
-unsigned char reverseBits(unsigned char byte);
 
 /* What an integer token's send is followed by in the messages. */
 enum class TokenNote : unsigned char {
@@ -48,16 +33,16 @@ struct Marshaller {
     bool readBackNeedsPlus;       // each read-back chunk must begin with "+"
 };
 
-/* One marshaller's conversation on one socket. A null client posts nothing
- * (the one-call JTAG shift runs without a Client). */
+/* One marshaller's conversation on one socket, posting its messages to a
+ * sink (the one-call JTAG shift runs without a Client: an empty sink). */
 class Channel {
 public:
-    Channel(const int& socket, Client* client, const char* clientName, const Marshaller& marshaller);
+    Channel(const int& socket, MessageSink messages, const char* clientName, const Marshaller& marshaller);
 
     const Marshaller& description() const { return marshaller; }
     const char* name() const { return clientName; }
 
-    /** Posts `id` with (clientName, text); nothing without a client. */
+    /** Posts `id` with (clientName, text) to the sink. */
     void note(const char* id, const char* text) const;
     /** Posts the send-failed message and gives -1001. */
     int failSend() const;
@@ -116,7 +101,7 @@ public:
 
 private:
     const int& socket;
-    Client* client;
+    MessageSink messages;
     const char* clientName;
     const Marshaller& marshaller;
 };

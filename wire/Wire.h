@@ -11,8 +11,8 @@
  *   is always zero. Receives never write past the 1024 bytes and text tokens
  *   are cut to 1023 bytes, so whatever a buffer holds is a terminated text,
  *   even a reply of the full 1024 bytes without a NUL of its own. */
-#ifndef TETHERHOST_CLIENTUTILS_WIRE_H
-#define TETHERHOST_CLIENTUTILS_WIRE_H
+#ifndef TETHERHOST_WIRE_WIRE_H
+#define TETHERHOST_WIRE_WIRE_H
 
 #include <sys/socket.h>
 #include <sys/types.h>
@@ -21,16 +21,9 @@
 #include <cstdio>
 #include <cstring>
 
+#include "protocol/Frames.h"
+
 namespace tetherhost::wire {
-
-/* Bytes of one frame buffer, not counting its terminating zero byte. */
-inline constexpr std::size_t frameSize = 1024;
-/* The longest text token: it still fits in a frame with its NUL. */
-inline constexpr std::size_t maxTokenLength = frameSize - 1;
-
-/* Status codes of a failed transfer. */
-inline constexpr int sendFailed = -1001;
-inline constexpr int receiveFailed = -1002;
 
 /* The failure test of every send and recv: 0 (peer closed, nothing sent) or
  * -1. The sum is taken as unsigned so that both collapse onto 0 and 1. */
@@ -54,7 +47,7 @@ inline long receiveBytes(int socket, void* data, long capacity) {
 class FrameBuffer {
 public:
     /* All 1024 bytes zero. */
-    void clear() { std::memset(bytes, 0, frameSize); }
+    void clear() { std::memset(bytes, 0, protocol::frameSize); }
 
     char* data() { return bytes; }
     const char* text() const { return bytes; }
@@ -62,13 +55,13 @@ public:
 
     /* The integer token: "%d" over the start of the buffer (the rest keeps
      * what it held). */
-    void setNumber(int value) { std::snprintf(bytes, frameSize, "%d", value); }
+    void setNumber(int value) { std::snprintf(bytes, protocol::frameSize, "%d", value); }
 
     /* The text token: `text` (not null) copied over the start of the buffer,
      * cut to its first 1023 bytes, and its NUL; the rest keeps what it held,
      * as with strcpy. */
     void setText(const char* text) {
-        const std::size_t length = strnlen(text, maxTokenLength);
+        const std::size_t length = strnlen(text, protocol::maxTokenLength);
         std::memcpy(bytes, text, length);
         bytes[length] = '\0';
     }
@@ -79,9 +72,9 @@ public:
     /* One receive of at most `capacity` bytes (never more than 1024) into
      * the start of the buffer. */
     long receive(int socket, long capacity) {
-        return receiveBytes(socket, bytes, capacity < static_cast<long>(frameSize)
+        return receiveBytes(socket, bytes, capacity < static_cast<long>(protocol::frameSize)
                                                ? capacity
-                                               : static_cast<long>(frameSize));
+                                               : static_cast<long>(protocol::frameSize));
     }
 
     /* After a receive of `received` bytes that began with a text: moves the
@@ -92,17 +85,17 @@ public:
         const long carried = received - (textLength() + 1);
         if (carried <= 0) return 0;
         std::memmove(bytes, bytes + (received - carried), static_cast<std::size_t>(carried));
-        std::memset(bytes + carried, 0, frameSize - static_cast<std::size_t>(carried));
+        std::memset(bytes + carried, 0, protocol::frameSize - static_cast<std::size_t>(carried));
         return carried;
     }
 
     /* One receive behind the first `held` bytes, filling the frame at most. */
     long receiveBehind(int socket, long held) {
-        return receiveBytes(socket, bytes + held, static_cast<long>(frameSize) - held);
+        return receiveBytes(socket, bytes + held, static_cast<long>(protocol::frameSize) - held);
     }
 
 private:
-    char bytes[frameSize + 1]{};
+    char bytes[protocol::frameSize + 1]{};
 };
 
 }  // namespace tetherhost::wire

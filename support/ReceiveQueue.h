@@ -8,8 +8,8 @@
  * the connection's addresses and ports, on a Unix socketpair (unix_diag) by
  * the peer inode that our own socket names. (The sender's own SIOCOUTQ on a
  * Unix socket counts kernel memory, several hundred bytes per send.) */
-#ifndef TETHERHOST_PROTOCOL_RECEIVEQUEUE_H
-#define TETHERHOST_PROTOCOL_RECEIVEQUEUE_H
+#ifndef TETHERHOST_SUPPORT_RECEIVEQUEUE_H
+#define TETHERHOST_SUPPORT_RECEIVEQUEUE_H
 
 namespace tetherhost {
 

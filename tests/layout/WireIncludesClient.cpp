@@ -1,0 +1,3 @@
+/* Compiled as part of the wire layer, this file must not build: the wire
+ * layer sees protocol/ and itself, never the client layer above it. */
+#include "client/ClientSink.h"
