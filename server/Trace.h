@@ -32,7 +32,6 @@ public:
     /** Starts tracing to `path` ("-": standard error). False when the file
      * cannot be opened. */
     bool open(const std::string& path);
-    bool enabled() const { return out != nullptr; }
 
     struct Where {
         std::uint64_t connection;
