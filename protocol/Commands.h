@@ -65,11 +65,11 @@ enum class Marshal : unsigned char {
 };
 
 struct Command {
-    Marshal marshal;
-    int count;            // element count for the sender-based kinds
-    int withWrite;        // I2C and SSPI: the (last) transfer writes a block
-    int withReadBack;     // I2C and SSPI: the (last) transfer reads back
-    bool readOnlyFirst;   // I2C and SSPI: a read-only transfer (0, 1) comes first
+    Marshal marshal = Marshal::Nothing;
+    int count = 0;               // element count for the sender-based kinds
+    int withWrite = 0;           // I2C and SSPI: the (last) transfer writes a block
+    int withReadBack = 0;        // I2C and SSPI: the (last) transfer reads back
+    bool readOnlyFirst = false;  // I2C and SSPI: a read-only transfer (0, 1) comes first
 };
 
 /* Commands of 28 or less, other than 1, 3 and 4, reach the server only while
@@ -90,57 +90,56 @@ constexpr bool reconnectsOnFailure(int number) {
 }
 
 constexpr Command shapeOf(int number) {
-    constexpr Command none{Marshal::Nothing, 0, 0, 0, false};
     switch (number) {
     case 1: case 6: case 8: case 10: case 11: case 13: case 14: case 22:
     case 24: case 25: case 26: case 27: case 28: case 30: case 31: case 32:
     case 38: case 43: case 56:
-        return none;
+        return {.marshal = Marshal::Nothing};
     case 2: case 29:
-        return {Marshal::TextsLenient, 1, 0, 0, false};
+        return {.marshal = Marshal::TextsLenient, .count = 1};
     case 3:
-        return {Marshal::TextsLenient, 2, 0, 0, false};
+        return {.marshal = Marshal::TextsLenient, .count = 2};
     case 4:
-        return {Marshal::OpenSession, 0, 0, 0, false};
+        return {.marshal = Marshal::OpenSession};
     case 5: case 7: case 9: case 15: case 16: case 17: case 18: case 23:
     case 37: case 39: case 45: case 49: case 53: case 54: case 55:
-        return {Marshal::Ints, 1, 0, 0, false};
+        return {.marshal = Marshal::Ints, .count = 1};
     case 20: case 36: case 40:
-        return {Marshal::Ints, 2, 0, 0, false};
+        return {.marshal = Marshal::Ints, .count = 2};
     case 12:
-        return {Marshal::TextsStrict, 2, 0, 0, false};
+        return {.marshal = Marshal::TextsStrict, .count = 2};
     case 19:
-        return {Marshal::GenericShift, 0, 0, 0, false};
+        return {.marshal = Marshal::GenericShift};
     case 21:
-        return {Marshal::HeaderTrailer, 8, 0, 0, false};
+        return {.marshal = Marshal::HeaderTrailer, .count = 8};
     case 33:
-        return {Marshal::CommandLock, 0, 0, 0, false};
+        return {.marshal = Marshal::CommandLock};
     case 34:
-        return {Marshal::ReleaseCommandLock, 0, 0, 0, false};
+        return {.marshal = Marshal::ReleaseCommandLock};
     case 35:
-        return {Marshal::ReleaseSessionLock, 0, 0, 0, false};
+        return {.marshal = Marshal::ReleaseSessionLock};
     case 41:
-        return {Marshal::SharedApps, 0, 0, 0, false};
+        return {.marshal = Marshal::SharedApps};
     case 42:
-        return {Marshal::PumpData, 0, 0, 0, false};
+        return {.marshal = Marshal::PumpData};
     case 44:
-        return {Marshal::JtagInterface, 0, 0, 0, false};
+        return {.marshal = Marshal::JtagInterface};
     case 46:
-        return {Marshal::I2C, 0, 1, 0, false};
+        return {.marshal = Marshal::I2C, .withWrite = 1};
     case 47:
-        return {Marshal::I2C, 0, 1, 1, true};
+        return {.marshal = Marshal::I2C, .withWrite = 1, .withReadBack = 1, .readOnlyFirst = true};
     case 48:
-        return {Marshal::I2C, 0, 1, 1, false};
+        return {.marshal = Marshal::I2C, .withWrite = 1, .withReadBack = 1};
     case 50:
-        return {Marshal::SSPI, 0, 1, 0, false};
+        return {.marshal = Marshal::SSPI, .withWrite = 1};
     case 51:
-        return {Marshal::SSPI, 0, 1, 1, true};
+        return {.marshal = Marshal::SSPI, .withWrite = 1, .withReadBack = 1, .readOnlyFirst = true};
     case 52:
-        return {Marshal::SSPI, 0, 1, 1, false};
+        return {.marshal = Marshal::SSPI, .withWrite = 1, .withReadBack = 1};
     case command::farewell:
-        return {Marshal::Farewell, 0, 0, 0, false};
+        return {.marshal = Marshal::Farewell};
     default:
-        return {Marshal::Unknown, 0, 0, 0, false};
+        return {.marshal = Marshal::Unknown};
     }
 }
 
@@ -158,8 +157,8 @@ enum class SubPattern : unsigned char {
 };
 
 struct SubCommand {
-    SubPattern pattern;
-    int count;
+    SubPattern pattern = SubPattern::Unknown;
+    int count = 0;
 };
 
 inline constexpr int subCommandCount = 144;
@@ -179,7 +178,6 @@ constexpr void mark(std::array<SubCommand, subCommandCount>& table, const Range 
 
 constexpr std::array<SubCommand, subCommandCount> buildSubCommands() {
     std::array<SubCommand, subCommandCount> table{};
-    for (SubCommand& entry : table) entry = {SubPattern::Unknown, 0};
     constexpr Range noArgs[] = {{3, 4},     {7, 10},    {14, 16},   {27, 27},   {29, 29},
                                 {37, 44},   {47, 48},   {50, 50},   {52, 52},   {54, 54},
                                 {56, 56},   {58, 59},   {61, 62},   {65, 67},   {73, 75},
@@ -204,18 +202,18 @@ constexpr std::array<SubCommand, subCommandCount> buildSubCommands() {
     constexpr Range fractionStrict[] = {{69, 70}};
     constexpr Range fractionFixed[] = {{36, 36}};
     constexpr Range jtagShift[] = {{sub::jtagShift, sub::jtagShift}};
-    mark(table, noArgs, {SubPattern::NoArgs, 0});
-    mark(table, oneInt, {SubPattern::Ints, 1});
-    mark(table, twoInts, {SubPattern::Ints, 2});
-    mark(table, threeInts, {SubPattern::Ints, 3});
-    mark(table, fiveInts, {SubPattern::Ints, 5});
-    mark(table, oneText, {SubPattern::Texts, 1});
-    mark(table, twoTexts, {SubPattern::Texts, 2});
-    mark(table, intTextInt, {SubPattern::IntTextInt, 0});
-    mark(table, intThenEmpty, {SubPattern::IntThenEmptyText, 0});
-    mark(table, fractionStrict, {SubPattern::FractionStrict, 0});
-    mark(table, fractionFixed, {SubPattern::FractionFixed, 0});
-    mark(table, jtagShift, {SubPattern::JtagShift, 0});
+    mark(table, noArgs, {.pattern = SubPattern::NoArgs});
+    mark(table, oneInt, {.pattern = SubPattern::Ints, .count = 1});
+    mark(table, twoInts, {.pattern = SubPattern::Ints, .count = 2});
+    mark(table, threeInts, {.pattern = SubPattern::Ints, .count = 3});
+    mark(table, fiveInts, {.pattern = SubPattern::Ints, .count = 5});
+    mark(table, oneText, {.pattern = SubPattern::Texts, .count = 1});
+    mark(table, twoTexts, {.pattern = SubPattern::Texts, .count = 2});
+    mark(table, intTextInt, {.pattern = SubPattern::IntTextInt});
+    mark(table, intThenEmpty, {.pattern = SubPattern::IntThenEmptyText});
+    mark(table, fractionStrict, {.pattern = SubPattern::FractionStrict});
+    mark(table, fractionFixed, {.pattern = SubPattern::FractionFixed});
+    mark(table, jtagShift, {.pattern = SubPattern::JtagShift});
     return table;
 }
 }  // namespace detail
@@ -225,7 +223,7 @@ inline constexpr std::array<SubCommand, subCommandCount> subCommands = detail::b
 /* Negative numbers and numbers above 143 are unknown, like the unlisted ones. */
 constexpr SubCommand subCommand(int number) {
     if (static_cast<unsigned>(number) >= static_cast<unsigned>(subCommandCount))
-        return {SubPattern::Unknown, 0};
+        return {.pattern = SubPattern::Unknown};
     return subCommands[static_cast<std::size_t>(number)];
 }
 
