@@ -4,6 +4,7 @@
 
 #include "Client.h"
 #include "client/ClientSink.h"
+#include "platform/MessageIds.h"
 #include "protocol/Frames.h"
 #include "protocol/Status.h"
 #include "wire/TransferWire.h"
@@ -14,19 +15,37 @@ namespace wire = tetherhost::wire;
 using namespace tetherhost::transfer;
 namespace protocol = tetherhost::protocol;
 namespace status = tetherhost::protocol::status;
+namespace message = tetherhost::message;
 
 /* SSPI shows each token and each data block in its messages and keeps
  * read-back chunks whatever their first byte. */
-constexpr Marshaller sspi{"1046", "1048", TokenNote::TokenText, "1047", "1110",
-                          /*padChunks=*/false, /*reverseBits=*/false, /*readBackNeedsPlus=*/false};
+constexpr Marshaller sspi{.sendFailedId = message::sspiSendFailed,
+                          .receiveFailedId = message::sspiReceiveFailed,
+                          .tokenNote = TokenNote::TokenText,
+                          .tokenNoteId = message::sspiFrameSent,
+                          .chunkNoteId = message::sendingDataBlock,
+                          .padChunks = false,
+                          .reverseBits = false,
+                          .readBackNeedsPlus = false};
 /* I2C names only the client in its messages, announces no data, sends its
  * data bit-reversed and demands a "+" at the start of each read-back chunk. */
-constexpr Marshaller i2c{"1049", "1051", TokenNote::ClientName, "1050", nullptr,
-                         /*padChunks=*/false, /*reverseBits=*/true, /*readBackNeedsPlus=*/true};
+constexpr Marshaller i2c{.sendFailedId = message::i2cSendFailed,
+                         .receiveFailedId = message::i2cReceiveFailed,
+                         .tokenNote = TokenNote::ClientName,
+                         .tokenNoteId = message::i2cFrameSent,
+                         .chunkNoteId = nullptr,
+                         .padChunks = false,
+                         .reverseBits = true,
+                         .readBackNeedsPlus = true};
 /* The shared applications list is one fixed block, neither chunked nor read back. */
-constexpr Marshaller sharedApps{"1052", "1053", TokenNote::None, nullptr, nullptr,
-                                /*padChunks=*/false, /*reverseBits=*/false,
-                                /*readBackNeedsPlus=*/false};
+constexpr Marshaller sharedApps{.sendFailedId = message::sharedAppsSendFailed,
+                                .receiveFailedId = message::sharedAppsUnanswered,
+                                .tokenNote = TokenNote::None,
+                                .tokenNoteId = nullptr,
+                                .chunkNoteId = nullptr,
+                                .padChunks = false,
+                                .reverseBits = false,
+                                .readBackNeedsPlus = false};
 
 /* Shared applications: each name is cut after this many characters, and the
  * joined text keeps the block's last byte zero. */
@@ -79,7 +98,7 @@ int busTransfer(const Channel& channel, const int* tokens, int tokenCount, const
 
 int Client::sendSSPIShiftargs(int& socket, int withWrite, int withReadBack, va_list args) {
     const char* name = clientName.c_str();
-    PrintMessage("1113", name);
+    PrintMessage(message::sendingSspiTransfer, name);
     const int firstValue = va_arg(args, int);
     const int bitCount = va_arg(args, int);
     const char* data = va_arg(args, const char*);
@@ -91,7 +110,7 @@ int Client::sendSSPIShiftargs(int& socket, int withWrite, int withReadBack, va_l
 
 int Client::sendI2CShiftargs(int& socket, int withWrite, int withReadBack, va_list args) {
     const char* name = clientName.c_str();
-    PrintMessage("1114", name);
+    PrintMessage(message::sendingI2cTransfer, name);
     const int firstValue = va_arg(args, int);
     const int byteValue = va_arg(args, int);
     const int bitCount = va_arg(args, int);
@@ -105,7 +124,7 @@ int Client::sendI2CShiftargs(int& socket, int withWrite, int withReadBack, va_li
 
 int Client::sendSharedApps(int& socket, va_list args) {
     const char* name = clientName.c_str();
-    PrintMessage("1115", name);
+    PrintMessage(message::sendingSharedApps, name);
     wire::FrameBuffer list;
     char* out = list.data();
     std::size_t length = 0;
@@ -121,7 +140,7 @@ int Client::sendSharedApps(int& socket, va_list args) {
         out[length + nameLength] = ';';
         length += nameLength + 1;
     }
-    PrintMessage("1116", name, list.text());
+    PrintMessage(message::sharedAppsList, name, list.text());
 
     const Channel channel(socket, clientSink(*this), name, sharedApps);
     if (const int sent = channel.send(list.data(), protocol::frameBytes); sent < 0) return sent;

@@ -3,6 +3,7 @@
 #include <type_traits>
 
 #include "Client.h"
+#include "platform/MessageIds.h"
 #include "platform/msgManager.h"
 
 // The marshallers hand one argument list on from member to member and each
@@ -13,6 +14,7 @@ static_assert(std::is_array_v<va_list>,
               "pass one argument list on by reference");
 
 namespace {
+namespace message = tetherhost::message;
 constexpr char catalogueModule[] = "tetherhostclient";
 }
 
@@ -47,10 +49,10 @@ Client::~Client() {
 
 int Client::ValidClient() {
     if (clientName.empty()) {
-        PrintMessage("1087", clientName.c_str());
+        PrintMessage(message::clientNameEmpty, clientName.c_str());
         return 0;
     }
-    PrintMessage("1088", clientName.c_str());
+    PrintMessage(message::clientValid, clientName.c_str());
     return 1;
 }
 

@@ -18,6 +18,7 @@
 #include "Client.h"
 #include "ClientUtils.h"
 #include "platform/BaseSystem.h"
+#include "platform/MessageIds.h"
 #include "protocol/Commands.h"
 #include "protocol/Frames.h"
 #include "protocol/Status.h"
@@ -28,6 +29,7 @@ namespace {
 namespace wire = tetherhost::wire;
 namespace protocol = tetherhost::protocol;
 namespace status = tetherhost::protocol::status;
+namespace message = tetherhost::message;
 
 constexpr char serverAddress[] = "127.0.0.1";
 constexpr int tcpProtocol = 6;
@@ -95,16 +97,16 @@ int Client::Connect(char*, const char* requestedLogFile, const char* serverDirec
     ClientUtils utils(debugFlag, logFile, clientName, logFileName);
     wire::FrameBuffer working;
     const char* name = clientName.c_str();
-    PrintMessage("1089", name);
+    PrintMessage(message::connectingToServer, name);
 
     // Creates the socket, fills in the address and connects: true when the
     // connection stands. A socket that cannot be created leaves -1 here.
     auto attempt = [&]() -> bool {
         clientSocket = openServerSocket();
         if (clientSocket == -1) return false;
-        PrintMessage("1090", name);
+        PrintMessage(message::socketCreated, name);
         const sockaddr_in address = serverSocketAddress();
-        PrintMessage("1091", name);
+        PrintMessage(message::serverAddressSet, name);
         return connect(clientSocket, reinterpret_cast<const sockaddr*>(&address), serverAddressLength) != -1;
     };
     auto socketFailed = [&]() {
@@ -116,13 +118,13 @@ int Client::Connect(char*, const char* requestedLogFile, const char* serverDirec
         if (clientSocket == -1) return socketFailed();
         close(clientSocket);
         clientSocket = 0;
-        PrintMessage("1106", name);
+        PrintMessage(message::serverRefusedConnection, name);
         if (utils.DetectServer() != 0) {
-            PrintMessage("1002", name);
+            PrintMessage(message::serverRunningConnectingAgain, name);
         } else {
-            PrintMessage("1001", name);
+            PrintMessage(message::noServerStartingOne, name);
             const QString path = serverPath(serverDirectory);
-            PrintMessage("1108", name);
+            PrintMessage(message::startingServer, name);
             signal(SIGCHLD, reapServers);
             startServer(path);
         }
@@ -130,7 +132,7 @@ int Client::Connect(char*, const char* requestedLogFile, const char* serverDirec
             // Cannot hold after a socket was created; kept as the last guard
             // before the descriptor is used.
             if (clientSocket == -1) {
-                PrintMessage("1004", name, name);
+                PrintMessage(message::secondConnectionWithoutDescriptor, name, name);
                 SetClientStatus(status::noDescriptor);
                 return status::noDescriptor;
             }
@@ -148,18 +150,18 @@ int Client::Connect(char*, const char* requestedLogFile, const char* serverDirec
     working.clear();
     working.setText(name);
     if (wire::failed(working.sendFrame(clientSocket))) {
-        PrintMessage("1006", working.text(), working.text());
+        PrintMessage(message::clientNameSendFailed, working.text(), working.text());
         SetClientStatus(status::sendFailed);
         return status::sendFailed;
     }
     if (wire::failed(working.receive(clientSocket, protocol::frameSize))) {
-        PrintMessage("1007", working.text(), working.text());
+        PrintMessage(message::clientNameUnanswered, working.text(), working.text());
         // Recorded as a failed receive, reported as a failed connection.
         SetClientStatus(status::receiveFailed);
         return status::sendFailed;
     }
     if (requestedLogFile != nullptr && requestedLogFile[0] != '\0') {
-        PrintMessage("1092", name);
+        PrintMessage(message::connectedSettingLogFile, name);
         Set_Log_File(requestedLogFile);
     }
     SetClientStatus(0);
@@ -168,23 +170,23 @@ int Client::Connect(char*, const char* requestedLogFile, const char* serverDirec
 
 int Client::Disconnect() {
     const char* name = clientName.c_str();
-    PrintMessage("1098", name);
+    PrintMessage(message::disconnecting, name);
     const int farewell = Send(protocol::command::farewell);
     // Only -1 is a refusal; Send's failures and any other reply go on to the
     // shutdown.
     if (farewell == -1) {
-        PrintMessage("1026", name, name);
+        PrintMessage(message::disconnectRefused, name, name);
         close(clientSocket);
         SetClientStatus(status::farewellRefused);
         return status::farewellRefused;
     }
     if (shutdown(clientSocket, SHUT_RDWR) == -1) {
-        PrintMessage("1027", name);
+        PrintMessage(message::connectionShutdownFailed, name);
         close(clientSocket);
         SetClientStatus(status::shutdownFailed);
         return status::shutdownFailed;
     }
     close(clientSocket);
-    PrintMessage("1028", name);
+    PrintMessage(message::disconnected, name);
     return 0;
 }

@@ -3,8 +3,13 @@
 #include <cstdio>
 
 #include "Client.h"
+#include "platform/MessageIds.h"
 #include "platform/MessageTemplate.h"
 #include "platform/msgManager.h"
+
+namespace {
+namespace message = tetherhost::message;
+}
 
 void Client::PrintMessage(std::string id, ...) {
     if (logFile == nullptr && debugFlag != 1) return;
@@ -16,23 +21,23 @@ void Client::PrintMessage(std::string id, ...) {
 }
 
 int Client::Set_Debug_On() {
-    PrintMessage("1100", clientName.c_str());
-    if (debugFlag == 1) PrintMessage("1035", clientName.c_str());
+    PrintMessage(message::switchingDebugOn, clientName.c_str());
+    if (debugFlag == 1) PrintMessage(message::debugAlreadyOn, clientName.c_str());
     debugFlag = 1;
     return 0;
 }
 
 int Client::Set_Debug_Off() {
-    PrintMessage("1101", clientName.c_str());
-    if (debugFlag == 0) PrintMessage("1036", clientName.c_str());
+    PrintMessage(message::switchingDebugOff, clientName.c_str());
+    if (debugFlag == 0) PrintMessage(message::debugAlreadyOff, clientName.c_str());
     debugFlag = 0;
     return 0;
 }
 
 int Client::Set_Log_File(const char* name) {
-    PrintMessage("1099", clientName.c_str());
+    PrintMessage(message::settingLogFile, clientName.c_str());
     if (name[0] == '\0') {
-        PrintMessage("1029", clientName.c_str());
+        PrintMessage(message::noLogFileNameGiven, clientName.c_str());
         SetClientStatus(-1016);
         return -1016;
     }
@@ -47,15 +52,16 @@ int Client::Set_Log_File(const char* name) {
 
 int Client::Get_Log_file() {
     if (logFileName.empty()) {
-        PrintMessage("1032", clientName.c_str());
+        PrintMessage(message::noLogFileSet, clientName.c_str());
         SetClientStatus(-1016);
         return -1016;
     }
     if (logFileDetail.empty()) {
-        PrintMessage("1033", clientName.c_str());
+        PrintMessage(message::logFileDetailEmpty, clientName.c_str());
         SetClientStatus(-1017);
         return -1017;
     }
-    PrintMessage("1034", clientName.c_str(), logFileName.c_str(), clientName.c_str(), logFileDetail.c_str());
+    PrintMessage(message::logFileAndDetail, clientName.c_str(), logFileName.c_str(), clientName.c_str(),
+                 logFileDetail.c_str());
     return 0;
 }

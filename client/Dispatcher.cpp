@@ -8,6 +8,7 @@
 
 #include "Client.h"
 #include "ClientUtils.h"
+#include "platform/MessageIds.h"
 #include "protocol/Commands.h"
 #include "protocol/Frames.h"
 #include "protocol/Status.h"
@@ -17,6 +18,7 @@ namespace {
 
 namespace protocol = tetherhost::protocol;
 namespace wire = tetherhost::wire;
+namespace message = tetherhost::message;
 using protocol::Marshal;
 
 /* Sent with its NUL in place of a lock-guarded command while the client
@@ -70,16 +72,16 @@ int Client::Send(int command, ...) {
     const char* name = clientName.c_str();
 
     // One frame and the server's answer to it, whose content is never
-    // examined: the answer's byte count, or -1001 / -1002 after "1009" /
-    // "1010".
+    // examined: the answer's byte count, or -1001 / -1002 after the
+    // send-failed / unanswered message.
     auto exchange = [&](const char* frame, long length, wire::FrameBuffer& answer) -> int {
         if (wire::failed(wire::sendBytes(clientSocket, frame, length))) {
-            PrintMessage("1009", name, name);
+            PrintMessage(message::commandFrameSendFailed, name, name);
             return protocol::status::sendFailed;
         }
         const long received = answer.receive(clientSocket, protocol::frameSize);
         if (wire::failed(received)) {
-            PrintMessage("1010", name, name);
+            PrintMessage(message::commandFrameUnanswered, name, name);
             return protocol::status::receiveFailed;
         }
         return static_cast<int>(received);
@@ -113,7 +115,7 @@ int Client::Send(int command, ...) {
 
     auto run = [&]() -> int {
         if ((sessionMutex == 0 || commandMutex == 0) && protocol::isLockGuarded(command)) {
-            PrintMessage("1008", name, name);
+            PrintMessage(message::lockGuardedCommandWithheld, name, name);
             const int polled = exchange(pollFrame, sizeof pollFrame, reply);
             const int status = polled < 0 ? polled : 1;
             SetClientStatus(status);
@@ -127,7 +129,7 @@ int Client::Send(int command, ...) {
             SetClientStatus(answered);
             return answered;
         }
-        PrintMessage("1093", name, command);
+        PrintMessage(message::commandAnswered, name, command);
 
         // Commands without marshalling keep the answer's byte count as their
         // result until the integer reply replaces it.
@@ -137,7 +139,7 @@ int Client::Send(int command, ...) {
         case Marshal::Nothing:
             break;
         case Marshal::Unknown:
-            PrintMessage("1013", name);
+            PrintMessage(message::unknownCommandNumber, name);
             break;
         case Marshal::TextsLenient:
             result = utils.sendstrargs(clientSocket, entry.count, args);
@@ -160,16 +162,16 @@ int Client::Send(int command, ...) {
         // The releases report the session lock flag as it stands afterwards.
         case Marshal::ReleaseCommandLock:
             commandMutex = 0;
-            PrintMessage("1012", name, sessionMutex);
+            PrintMessage(message::lockReleased, name, sessionMutex);
             break;
         case Marshal::ReleaseSessionLock:
             sessionMutex = 0;
-            PrintMessage("1012", name, sessionMutex);
+            PrintMessage(message::lockReleased, name, sessionMutex);
             break;
         case Marshal::Farewell:
             sessionMutex = 0;
             commandMutex = 0;
-            PrintMessage("1012", name, sessionMutex);
+            PrintMessage(message::lockReleased, name, sessionMutex);
             break;
         case Marshal::GenericShift:
         case Marshal::SharedApps:

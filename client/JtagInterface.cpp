@@ -5,6 +5,7 @@
 #include "Client.h"
 #include "ClientUtils.h"
 #include "client/ClientSink.h"
+#include "platform/MessageIds.h"
 #include "protocol/Commands.h"
 #include "protocol/Frames.h"
 #include "protocol/Status.h"
@@ -14,17 +15,30 @@ namespace {
 
 namespace protocol = tetherhost::protocol;
 namespace wire = tetherhost::wire;
+namespace message = tetherhost::message;
 using tetherhost::transfer::Channel;
 using tetherhost::transfer::Marshaller;
 using tetherhost::transfer::TokenNote;
 using protocol::SubPattern;
 
 /* The sub-command number is reported as if it were an integer argument. */
-constexpr Marshaller subCommandNumber{"1060", "1062", TokenNote::TokenText, "1061", nullptr,
-                                      false, false, false};
+constexpr Marshaller subCommandNumber{.sendFailedId = message::integerArgumentSendFailed,
+                                      .receiveFailedId = message::integerArgumentNotAcknowledged,
+                                      .tokenNote = TokenNote::TokenText,
+                                      .tokenNoteId = message::integerArgumentSent,
+                                      .chunkNoteId = nullptr,
+                                      .padChunks = false,
+                                      .reverseBits = false,
+                                      .readBackNeedsPlus = false};
 /* Sub-commands 69 and 70: the decimal fraction in a standard frame. */
-constexpr Marshaller fractionFrame{"1054", "1055", TokenNote::None, nullptr, nullptr,
-                                   false, false, false};
+constexpr Marshaller fractionFrame{.sendFailedId = message::fractionSendFailed,
+                                   .receiveFailedId = message::fractionNotAcknowledged,
+                                   .tokenNote = TokenNote::None,
+                                   .tokenNoteId = nullptr,
+                                   .chunkNoteId = nullptr,
+                                   .padChunks = false,
+                                   .reverseBits = false,
+                                   .readBackNeedsPlus = false};
 
 /* An int sent as a decimal fraction: through single precision, six digits
  * after the point (5 becomes 5.000000). */
@@ -44,12 +58,12 @@ int Client::JTAGInterfaceFunc(int& socket, va_list args) {
     const Channel channel(socket, clientSink(*this), name, subCommandNumber);
     const int acknowledged = channel.sendToken(buffer, number);
     if (acknowledged < 0) return acknowledged;
-    PrintMessage("1063", name, buffer.text());
+    PrintMessage(message::integerArgumentAcknowledged, name, buffer.text());
 
     const protocol::SubCommand entry = protocol::subCommand(number);
     switch (entry.pattern) {
     case SubPattern::Unknown:
-        PrintMessage("2000");
+        PrintMessage(message::unknownJtagSubCommand);
         [[fallthrough]];
     case SubPattern::NoArgs:
         break;

@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "Client.h"
+#include "platform/MessageIds.h"
 #include "protocol/Frames.h"
 #include "protocol/Status.h"
 #include "wire/Wire.h"
@@ -13,6 +14,7 @@ namespace {
 
 namespace protocol = tetherhost::protocol;
 namespace wire = tetherhost::wire;
+namespace message = tetherhost::message;
 using protocol::frameSize;
 
 struct ReaderIds {
@@ -23,10 +25,26 @@ struct ReaderIds {
     const char* received;
 };
 
-constexpr ReaderIds textIds{"1094", "1014", "1015", "1016", "1017"};
-constexpr ReaderIds resultTextIds{"1095", "1014", "1015", "1016", "1017"};
-constexpr ReaderIds integerIds{"1096", "1018", "1019", "1020", "1021"};
-constexpr ReaderIds listIds{"1097", "1022", "1023", "1024", "1025"};
+constexpr ReaderIds textIds{.entry = message::readingTextReply,
+                            .requestFailed = message::textReplyRequestFailed,
+                            .requestSent = message::textReplyRequestSent,
+                            .receiveFailed = message::textReplyNotReceived,
+                            .received = message::textReplyReceived};
+constexpr ReaderIds resultTextIds{.entry = message::readingTextReplyAsResult,
+                                  .requestFailed = message::textReplyRequestFailed,
+                                  .requestSent = message::textReplyRequestSent,
+                                  .receiveFailed = message::textReplyNotReceived,
+                                  .received = message::textReplyReceived};
+constexpr ReaderIds integerIds{.entry = message::readingIntegerReply,
+                               .requestFailed = message::integerReplyRequestFailed,
+                               .requestSent = message::integerReplyRequestSent,
+                               .receiveFailed = message::integerReplyNotReceived,
+                               .received = message::integerReplyReceived};
+constexpr ReaderIds listIds{.entry = message::readingListReply,
+                            .requestFailed = message::listReplyRequestFailed,
+                            .requestSent = message::listReplyRequestSent,
+                            .receiveFailed = message::listReplyNotReceived,
+                            .received = message::listReplyReceived};
 
 /* Sends the request frame on `socket` and receives the reply into `buffer`
  * (1024 bytes followed by a zero byte that is never written). Returns 0, or

@@ -7,6 +7,7 @@
 
 #include "Client.h"
 #include "client/ClientSink.h"
+#include "platform/MessageIds.h"
 #include "protocol/Frames.h"
 #include "protocol/Status.h"
 #include "wire/TransferWire.h"
@@ -17,19 +18,37 @@ namespace wire = tetherhost::wire;
 using namespace tetherhost::transfer;
 namespace protocol = tetherhost::protocol;
 namespace status = tetherhost::protocol::status;
+namespace message = tetherhost::message;
 
 /* The JTAG shift pads every chunk to 1024 bytes, announces the chunks of its
  * first block and demands a "+" at the start of each read-back chunk. */
-constexpr Marshaller jtagShift{"1039", "1040", TokenNote::None, nullptr, "1110",
-                               /*padChunks=*/true, /*reverseBits=*/false, /*readBackNeedsPlus=*/true};
+constexpr Marshaller jtagShift{.sendFailedId = message::jtagShiftSendFailed,
+                               .receiveFailedId = message::jtagShiftReceiveFailed,
+                               .tokenNote = TokenNote::None,
+                               .tokenNoteId = nullptr,
+                               .chunkNoteId = message::sendingDataBlock,
+                               .padChunks = true,
+                               .reverseBits = false,
+                               .readBackNeedsPlus = true};
 /* The generic shift sends chunks at their true length, silently, and keeps
  * read-back chunks whatever their first byte. */
-constexpr Marshaller genericShift{"1037", "1038", TokenNote::None, nullptr, nullptr,
-                                  /*padChunks=*/false, /*reverseBits=*/false,
-                                  /*readBackNeedsPlus=*/false};
+constexpr Marshaller genericShift{.sendFailedId = message::genericShiftSendFailed,
+                                  .receiveFailedId = message::genericShiftReceiveFailed,
+                                  .tokenNote = TokenNote::None,
+                                  .tokenNoteId = nullptr,
+                                  .chunkNoteId = nullptr,
+                                  .padChunks = false,
+                                  .reverseBits = false,
+                                  .readBackNeedsPlus = false};
 /* Pump data shows every token after its send and announces every data send. */
-constexpr Marshaller pumpData{"1043", "1045", TokenNote::TokenText, "1044", "1110",
-                              /*padChunks=*/false, /*reverseBits=*/false, /*readBackNeedsPlus=*/true};
+constexpr Marshaller pumpData{.sendFailedId = message::pumpDataSendFailed,
+                              .receiveFailedId = message::pumpDataReceiveFailed,
+                              .tokenNote = TokenNote::TokenText,
+                              .tokenNoteId = message::pumpDataFrameSent,
+                              .chunkNoteId = message::sendingDataBlock,
+                              .padChunks = false,
+                              .reverseBits = false,
+                              .readBackNeedsPlus = true};
 
 const unsigned char* takeBlock(va_list args) { return va_arg(args, const unsigned char*); }
 
@@ -46,9 +65,9 @@ int Client::sendJTAGShiftargs(int socket, va_list args) {
     const unsigned char* firstData = takeBlock(args);
     const int byteCount = protocol::byteCountOf(bitCount);
     const int chunkCount = static_cast<int>(protocol::chunkCountOf(byteCount));
-    PrintMessage("1111", name, asText(firstData));
+    PrintMessage(message::startingShift, name, asText(firstData));
     if (firstData == nullptr) return status::firstBlockMissing;
-    PrintMessage("1103", name);
+    PrintMessage(message::sendingJtagShiftArguments, name);
 
     const Channel channel(socket, clientSink(*this), name, jtagShift);
     wire::FrameBuffer reply;
@@ -74,7 +93,7 @@ int Client::sendJTAGShiftargs(int socket, va_list args) {
             return channel.send(sendBuffer.data(), byteCount + 1);
         };
         if (const int sent = sendBlock(firstData); sent < 0) return sent;
-        PrintMessage("1042", name, reply.text());
+        PrintMessage(message::jtagShiftBlockSent, name, reply.text());
         if (const int received = channel.receive(reply, protocol::frameBytes); received < 0) return received;
         if (nextBlock(withSecond, block)) {
             if (block == nullptr) return status::laterBlockMissing;
@@ -84,7 +103,7 @@ int Client::sendJTAGShiftargs(int socket, va_list args) {
         if (nextBlock(withThird, block)) {
             if (block == nullptr) return status::laterBlockMissing;
             if (const int sent = sendBlock(block); sent < 0) return sent;
-            PrintMessage("1042", name, reply.text());
+            PrintMessage(message::jtagShiftBlockSent, name, reply.text());
             if (const int received = channel.receive(reply, protocol::frameBytes); received < 0) return received;
         }
     } else {
@@ -128,9 +147,9 @@ int Client::sendJTAGShiftargs(int socket, va_list args) {
 }
 
 int Client::GetTDO(char* dest, int bitCount) {
-    PrintMessage("1104", clientName.c_str());
+    PrintMessage(message::collectingScanData, clientName.c_str());
     if (tdoData.empty()) {
-        PrintMessage("1105", clientName.c_str());
+        PrintMessage(message::noScanData, clientName.c_str());
         return status::noScanData;
     }
     if (dest == nullptr) return status::noDestination;
@@ -156,9 +175,9 @@ int Client::sendShiftargs(int socket, va_list args) {
     const int withReadBack = va_arg(args, int);
     const unsigned char* firstData = takeBlock(args);
     const int byteCount = protocol::byteCountOf(bitCount);
-    PrintMessage("1111", name, asText(firstData));
+    PrintMessage(message::startingShift, name, asText(firstData));
     if (firstData == nullptr) return status::firstBlockMissing;
-    PrintMessage("1102", name);
+    PrintMessage(message::sendingGenericShiftArguments, name);
 
     const Channel channel(socket, clientSink(*this), name, genericShift);
     wire::FrameBuffer reply;
@@ -176,7 +195,7 @@ int Client::sendShiftargs(int socket, va_list args) {
     wire::FrameBuffer sendBuffer;
     channel.fill(sendBuffer, firstData, byteCount, 0, byteCount);
     if (const int sent = channel.send(sendBuffer.data(), byteCount); sent < 0) return sent;
-    PrintMessage("1041", name, reply.text());
+    PrintMessage(message::genericShiftBlockSent, name, reply.text());
     if (const int received = channel.receive(reply, protocol::frameBytes); received < 0) return received;
     if (withReadBack != 0) appendLeading(tdoData, reply, byteCount);
     return 0;
@@ -184,7 +203,7 @@ int Client::sendShiftargs(int socket, va_list args) {
 
 int Client::sendPumpData(int& socket, va_list args) {
     const char* name = clientName.c_str();
-    PrintMessage("1112", name);
+    PrintMessage(message::sendingPumpData, name);
     const unsigned char* firstData = takeBlock(args);
     const int bitCount = va_arg(args, int);
     const int pumpMode = va_arg(args, int);
@@ -209,10 +228,10 @@ int Client::sendPumpData(int& socket, va_list args) {
     reply.clear();
     wire::FrameBuffer sendBuffer;
     channel.fill(sendBuffer, firstData, byteCount, 0, byteCount);
-    PrintMessage("1110", name, sendBuffer.text());
+    PrintMessage(message::sendingDataBlock, name, sendBuffer.text());
     if (const int sent = channel.send(sendBuffer.data(), byteCount); sent < 0) return sent;
     // Shows the token buffer, which still holds the last token's acknowledgement.
-    PrintMessage("1044", name, tokenBuffer.text());
+    PrintMessage(message::pumpDataFrameSent, name, tokenBuffer.text());
     if (const int received = channel.receive(reply, protocol::frameBytes); received < 0) return received;
     if (withReadBack != 0) appendLeading(tdoData, reply, byteCount);
     return 0;

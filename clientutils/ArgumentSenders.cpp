@@ -5,12 +5,14 @@
 #include <cstdarg>
 
 #include "ClientUtils.h"
+#include "platform/MessageIds.h"
 #include "protocol/Frames.h"
 #include "protocol/Status.h"
 #include "wire/Wire.h"
 
 namespace {
 
+namespace message = tetherhost::message;
 using tetherhost::wire::FrameBuffer;
 
 enum class Tokens {
@@ -33,14 +35,50 @@ struct SenderProfile {
     const char* completionId;
 };
 
-constexpr SenderProfile stringSender{Tokens::Texts, tetherhost::protocol::frameBytes, false, false, true,
-                                     "1077", "1056", "1057", "1058", "1059", "1078"};
-constexpr SenderProfile intSender{Tokens::Ints, 2, true, true, true,
-                                  "1079", "1060", "1061", "1062", "1063", "1080"};
-constexpr SenderProfile textSender{Tokens::Texts, 2, true, true, true,
-                                   "1081", "1064", "1065", "1066", "1067", "1082"};
-constexpr SenderProfile headerTrailerSender{Tokens::HeaderTrailer, 2, false, true, false,
-                                            "1083", "1068", "1069", "1070", "1071", "1084"};
+constexpr SenderProfile stringSender{.tokens = Tokens::Texts,
+                                     .ackCapacity = tetherhost::protocol::frameBytes,
+                                     .clearBeforeReceive = false,
+                                     .strict = false,
+                                     .showsData = true,
+                                     .entryId = message::sendingStringArguments,
+                                     .sendFailedId = message::stringArgumentSendFailed,
+                                     .frameSentId = message::stringArgumentSent,
+                                     .ackBadId = message::stringArgumentUnanswered,
+                                     .ackGoodId = message::stringArgumentAcknowledged,
+                                     .completionId = message::stringArgumentsSent};
+constexpr SenderProfile intSender{.tokens = Tokens::Ints,
+                                  .ackCapacity = 2,
+                                  .clearBeforeReceive = true,
+                                  .strict = true,
+                                  .showsData = true,
+                                  .entryId = message::sendingIntegerArguments,
+                                  .sendFailedId = message::integerArgumentSendFailed,
+                                  .frameSentId = message::integerArgumentSent,
+                                  .ackBadId = message::integerArgumentNotAcknowledged,
+                                  .ackGoodId = message::integerArgumentAcknowledged,
+                                  .completionId = message::integerArgumentsSent};
+constexpr SenderProfile textSender{.tokens = Tokens::Texts,
+                                   .ackCapacity = 2,
+                                   .clearBeforeReceive = true,
+                                   .strict = true,
+                                   .showsData = true,
+                                   .entryId = message::sendingTextArguments,
+                                   .sendFailedId = message::textArgumentSendFailed,
+                                   .frameSentId = message::textArgumentSent,
+                                   .ackBadId = message::textArgumentNotAcknowledged,
+                                   .ackGoodId = message::textArgumentAcknowledged,
+                                   .completionId = message::textArgumentsSent};
+constexpr SenderProfile headerTrailerSender{.tokens = Tokens::HeaderTrailer,
+                                            .ackCapacity = 2,
+                                            .clearBeforeReceive = false,
+                                            .strict = true,
+                                            .showsData = false,
+                                            .entryId = message::sendingHeaderTrailerArguments,
+                                            .sendFailedId = message::headerTrailerArgumentSendFailed,
+                                            .frameSentId = message::headerTrailerArgumentSent,
+                                            .ackBadId = message::headerTrailerArgumentNotAcknowledged,
+                                            .ackGoodId = message::headerTrailerArgumentAcknowledged,
+                                            .completionId = message::headerTrailerArgumentsSent};
 
 constexpr int headerTrailerCount = 8;
 

@@ -4,11 +4,14 @@
 #include <cstdlib>
 
 #include "ClientUtils.h"
+#include "platform/MessageIds.h"
 #include "protocol/Frames.h"
 #include "protocol/Status.h"
 #include "wire/Wire.h"
 
 namespace {
+
+namespace message = tetherhost::message;
 
 /* The answer is a number of at most two characters. */
 constexpr long answerCapacity = 2;
@@ -18,13 +21,13 @@ constexpr long answerCapacity = 2;
 int ClientUtils::DetermineMutex(int& socket, int& lockFlag) {
     tetherhost::wire::FrameBuffer answer;
     const char* name = clientName.c_str();
-    PrintMessage("1086", name);
+    PrintMessage(message::askingForLock, name);
     if (tetherhost::wire::failed(tetherhost::wire::sendBytes(socket, tetherhost::protocol::plusToken, sizeof tetherhost::protocol::plusToken))) {
-        PrintMessage("1073", name, name);
+        PrintMessage(message::lockRequestSendFailed, name, name);
         return tetherhost::protocol::status::sendFailed;
     }
     if (tetherhost::wire::failed(answer.receive(socket, answerCapacity))) {
-        PrintMessage("1074", name);
+        PrintMessage(message::lockRequestUnanswered, name);
         return tetherhost::protocol::status::receiveFailed;
     }
     // A number, not an acknowledgement: "+" reads as 0 like any text
@@ -32,15 +35,15 @@ int ClientUtils::DetermineMutex(int& socket, int& lockFlag) {
     const int verdict = static_cast<int>(std::strtol(answer.text(), nullptr, 10));
     if (verdict == 1) {
         lockFlag = 1;
-        PrintMessage("1075", name, 1);
+        PrintMessage(message::lockGranted, name, 1);
         return 0;
     }
     if (verdict == 0) {
         lockFlag = 0;
-        PrintMessage("1076", name);
+        PrintMessage(message::lockNotGranted, name);
         return -1;
     }
-    PrintMessage("1076", name);
+    PrintMessage(message::lockNotGranted, name);
     lockFlag = 0;
     return verdict;
 }

@@ -5,8 +5,11 @@
 #include <cstdlib>
 
 #include "ClientUtils.h"
+#include "platform/MessageIds.h"
 
 namespace {
+
+namespace message = tetherhost::message;
 
 /* The server runs as "tetherhost" or, in some installations, as
  * "tetherhostmain"; pidof may live in /sbin or only on the PATH. */
@@ -20,7 +23,7 @@ constexpr const char* detectionCommands[] = {
 }  // namespace
 
 int ClientUtils::DetectServer() {
-    PrintMessage("1085", clientName.c_str());
+    PrintMessage(message::lookingForServer, clientName.c_str());
     // All four always run, in order, even once one has found a process.
     bool found = false;
     for (const char* command : detectionCommands)

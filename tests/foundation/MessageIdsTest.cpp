@@ -1,0 +1,131 @@
+/* The message names of platform/MessageIds.h against the catalogue: every
+ * name stands for an identifier of its own, every identifier the library
+ * posts has a name, and the catalogue text of each carries the placeholders
+ * of the arguments it is posted with (tests/data/message_signatures.txt). */
+#include <fstream>
+#include <map>
+#include <regex>
+#include <set>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+struct NamedId {
+    std::string name;
+    int id;
+};
+
+std::string readFile(const char* path) {
+    std::ifstream in(path);
+    std::ostringstream text;
+    text << in.rdbuf();
+    return text.str();
+}
+
+/* The names of MessageIds.h in the order they are declared. */
+std::vector<NamedId> declaredNames() {
+    std::vector<NamedId> names;
+    const std::string header = readFile(TETHERHOST_MESSAGE_IDS);
+    const std::regex declaration(R"re(inline constexpr const char\* (\w+) = "([0-9]+)";)re");
+    for (auto it = std::sregex_iterator(header.begin(), header.end(), declaration); it != std::sregex_iterator();
+         ++it)
+        names.push_back({(*it)[1], std::stoi((*it)[2])});
+    return names;
+}
+
+std::size_t declarationCount() {
+    const std::string header = readFile(TETHERHOST_MESSAGE_IDS);
+    std::size_t count = 0;
+    for (auto at = header.find("constexpr"); at != std::string::npos; at = header.find("constexpr", at + 1))
+        ++count;
+    return count;
+}
+
+std::map<int, std::string> catalogueTemplates() {
+    std::map<int, std::string> templates;
+    std::ifstream in(TETHERHOST_MSG_SOURCE);
+    const std::regex messageLine("^([0-9]+) (.*)$");
+    for (std::string line; std::getline(in, line);) {
+        std::smatch match;
+        if (std::regex_match(line, match, messageLine)) templates[std::stoi(match[1])] = match[2];
+    }
+    return templates;
+}
+
+/* Identifier -> the kinds of the arguments it is posted with ("" for none). */
+std::map<int, std::string> postedSignatures() {
+    std::map<int, std::string> signatures;
+    std::ifstream in(TETHERHOST_SIGNATURES);
+    for (std::string line; std::getline(in, line);) {
+        if (line.empty() || line[0] == '#') continue;
+        const auto blank = line.find(' ');
+        const std::string signature = line.substr(blank + 1);
+        signatures[std::stoi(line.substr(0, blank))] = signature == "-" ? "" : signature;
+    }
+    return signatures;
+}
+
+/* The kinds of the placeholders of a template, in order: 's' for "$$s",
+ * 'd' for "$$d". */
+std::string placeholders(const std::string& text) {
+    std::string kinds;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        if (text.compare(i, 3, "$$s") == 0 || text.compare(i, 3, "$$d") == 0) {
+            kinds.push_back(text[i + 2]);
+            i += 2;
+        }
+    }
+    return kinds;
+}
+
+}  // namespace
+
+TEST(MessageIds, EveryDeclarationIsANamedIdentifier) {
+    const auto names = declaredNames();
+    ASSERT_FALSE(names.empty()) << "no names read from " << TETHERHOST_MESSAGE_IDS;
+    // A declaration in any other form would escape the checks below.
+    EXPECT_EQ(names.size(), declarationCount());
+}
+
+TEST(MessageIds, NoTwoNamesShareAnIdentifier) {
+    std::map<int, std::string> nameOf;
+    std::set<std::string> seen;
+    for (const auto& [name, id] : declaredNames()) {
+        EXPECT_TRUE(seen.insert(name).second) << name << " is declared twice";
+        const auto [at, added] = nameOf.emplace(id, name);
+        EXPECT_TRUE(added) << id << " is named both " << at->second << " and " << name;
+    }
+}
+
+TEST(MessageIds, NamesStandInTheOrderOfTheirNumbers) {
+    const auto names = declaredNames();
+    for (std::size_t i = 1; i < names.size(); ++i)
+        EXPECT_LT(names[i - 1].id, names[i].id) << names[i - 1].name << " before " << names[i].name;
+}
+
+TEST(MessageIds, EveryPostedIdentifierHasAName) {
+    std::set<int> named;
+    for (const auto& entry : declaredNames()) named.insert(entry.id);
+    std::set<int> posted;
+    for (const auto& entry : postedSignatures()) posted.insert(entry.first);
+    EXPECT_EQ(named, posted);
+}
+
+TEST(MessageIds, EachNamedTextTakesTheArgumentsItIsPostedWith) {
+    const auto templates = catalogueTemplates();
+    const auto signatures = postedSignatures();
+    for (const auto& [name, id] : declaredNames()) {
+        const auto text = templates.find(id);
+        ASSERT_NE(text, templates.end()) << name << " (" << id << ") is not in the catalogue";
+        const auto signature = signatures.find(id);
+        ASSERT_NE(signature, signatures.end()) << name << " (" << id << ") has no argument list";
+        const std::string kinds = placeholders(text->second);
+        EXPECT_EQ(kinds.size(), signature->second.size())
+            << name << " (" << id << "): " << text->second;
+        EXPECT_EQ(kinds, signature->second) << name << " (" << id << "): " << text->second;
+    }
+}
