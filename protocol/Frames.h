@@ -62,6 +62,28 @@ constexpr std::int64_t chunkCountOf(std::int64_t byteCount) {
     return (byteCount + (frameBytes - 1)) / frameBytes;
 }
 
+/** The shape of one data block on the wire: its byte and chunk counts, and
+ * whether it travels whole or in 1024-byte chunks. The JTAG and generic
+ * shifts decide by the byte count (whole up to 1024 bytes, so a byte count
+ * that wrapped negative is "whole"); pump, SSPI and I2C decide by the bit
+ * count (whole up to 8192 bits). The two agree except within 7 of INT_MAX,
+ * where the library itself tells them apart. */
+struct BlockShape {
+    int bitCount = 0;
+    int byteCount = 0;
+    std::int64_t chunkCount = 0;
+    bool single = true;
+
+    static constexpr BlockShape ofShift(int bitCount) {
+        const int bytes = byteCountOf(bitCount);
+        return {bitCount, bytes, chunkCountOf(bytes), bytes <= frameBytes};
+    }
+    static constexpr BlockShape ofTransfer(int bitCount) {
+        const int bytes = byteCountOf(bitCount);
+        return {bitCount, bytes, chunkCountOf(bytes), bitCount <= singleBlockBits};
+    }
+};
+
 /** The byte with its bit order reversed (bit 0 becomes bit 7): pump, SSPI
  * and I2C data travel that way. */
 constexpr unsigned char reverseBits(unsigned char byte) {

@@ -42,6 +42,7 @@ namespace tetherhost::sim {
 
 namespace protocol = tetherhost::protocol;
 using protocol::frameSize;
+using protocol::BlockShape;
 using protocol::FrameReader;
 using protocol::plusFrame;
 
@@ -89,15 +90,14 @@ private:
     asio::awaitable<void> text(std::string_view item);
     asio::awaitable<void> goToken();
     asio::awaitable<std::string> chunkedBlock(std::int64_t byteCount, bool padded, std::int64_t keep);
-    asio::awaitable<std::string> block(std::int64_t byteCount, bool single, std::int64_t keep);
+    asio::awaitable<std::string> block(const BlockShape& shape, std::int64_t keep);
 
     // Sending.
     asio::awaitable<void> send(std::string_view frame, std::string_view item, bool isText);
     asio::awaitable<void> acknowledge(std::string_view item);
     asio::awaitable<void> waitClientDrained();
-    asio::awaitable<void> readBack(std::int64_t byteCount, bool single, bool framed, const Producer& produce);
-    asio::awaitable<void> finishTransfer(std::int64_t byteCount, bool single, bool withReadBack, bool framed,
-                                         const Producer& produce);
+    asio::awaitable<void> readBack(const BlockShape& shape, bool framed, const Producer& produce);
+    asio::awaitable<void> finishTransfer(const BlockShape& shape, bool withReadBack, bool framed, const Producer& produce);
 
     // Commands.
     asio::awaitable<void> next();

@@ -73,24 +73,23 @@ asio::awaitable<int> Conversation::jtagShift() {
     const int bitCount = co_await integer("bits");
     const int withSecond = co_await integer("second");
     const int withThird = co_await integer("third");
-    const std::int64_t byteCount = protocol::byteCountOf(bitCount);
-    const bool single = byteCount <= static_cast<std::int64_t>(frameSize);
-    if (single && byteCount < 0) co_return reply::done;  // the library's block send of byteCount + 1 bytes fails
+    const BlockShape shape = BlockShape::ofShift(bitCount);
+    if (shape.single && shape.byteCount < 0) co_return reply::done;  // the library's block send of byteCount + 1 bytes fails
 
     // Block 1 is TDI; block 2 the expected TDO and block 3 its mask.
     static constexpr std::array<const char*, 3> names = {"tdi", "expected", "mask"};
     const std::array<bool, 3> present = {true, withSecond != 0, withThird != 0};
     std::array<std::string, 3> blocks;
-    const std::int64_t keep = bitCount <= maxScanBits ? byteCount : 0;
+    const std::int64_t keep = bitCount <= maxScanBits ? shape.byteCount : 0;
     for (std::size_t i = 0; i < blocks.size(); ++i) {
         if (!present[i]) continue;
-        if (single) {
+        if (shape.single) {
             // Each block is followed by one zero byte and answered.
-            blocks[i] = co_await bytes(static_cast<std::size_t>(byteCount) + 1, names[i]);
+            blocks[i] = co_await bytes(static_cast<std::size_t>(shape.byteCount) + 1, names[i]);
             blocks[i].pop_back();
             co_await acknowledge("answer");
         } else {
-            blocks[i] = co_await chunkedBlock(byteCount, true, keep);
+            blocks[i] = co_await chunkedBlock(shape.byteCount, true, keep);
         }
     }
     co_await goToken();
@@ -107,7 +106,7 @@ asio::awaitable<int> Conversation::jtagShift() {
         // sending in between: the status must be taken before the data go.
         co_await waitClientDrained();
         const Producer produce = [&](std::size_t offset, std::size_t length) { return slice(shifted.tdo, offset, length); };
-        co_await readBack(byteCount, single, true, produce);
+        co_await readBack(shape, true, produce);
     }
     co_return static_cast<int>(std::min<std::size_t>(shifted.mismatches, 0x7FFFFFFF));
 }

@@ -13,19 +13,18 @@ asio::awaitable<int> Conversation::genericShift(bool refused) {
     const int bitCount = co_await integer("bits");
     const int sentByteCount = co_await integer("bytes");
     const int withReadBack = co_await integer("read-back");
-    const std::int64_t byteCount = protocol::byteCountOf(bitCount);
-    if (sentByteCount != byteCount) throw ProtocolError("byte count does not match the bit count");
-    if (byteCount <= 0) co_return reply::done;  // the library cannot send an empty block and stops
+    const BlockShape shape = BlockShape::ofShift(bitCount);
+    if (sentByteCount != shape.byteCount) throw ProtocolError("byte count does not match the bit count");
+    if (shape.byteCount <= 0) co_return reply::done;  // the library cannot send an empty block and stops
 
-    const bool single = byteCount <= static_cast<std::int64_t>(frameSize);
-    const std::int64_t keep = bitCount <= maxScanBits ? byteCount : 0;
-    const std::string tdi = co_await block(byteCount, single, keep);
+    const std::int64_t keep = bitCount <= maxScanBits ? shape.byteCount : 0;
+    const std::string tdi = co_await block(shape, keep);
     ShiftResult shifted;
     if (!refused && !overBudget) shifted = cable.shift(flags, bitCount, tdi, nullptr, nullptr);
     const std::string& tdo = shifted.tdo;  // empty (zeros go out) when not performed
 
     const Producer produce = [&](std::size_t offset, std::size_t length) { return slice(tdo, offset, length); };
-    co_await finishTransfer(byteCount, single, withReadBack != 0, false, produce);
+    co_await finishTransfer(shape, withReadBack != 0, false, produce);
     co_return shifted.status;
 }
 
@@ -33,23 +32,22 @@ asio::awaitable<int> Conversation::pumpData() {
     const int bitCount = co_await integer("bits");
     const int mode = co_await integer("mode");
     const int withReadBack = co_await integer("read-back");
-    const std::int64_t byteCount = protocol::byteCountOf(bitCount);
-    const bool single = bitCount <= protocol::singleBlockBits;
-    if (single && byteCount <= 0) co_return reply::done;  // the library cannot send an empty block and stops
+    const BlockShape shape = BlockShape::ofTransfer(bitCount);
+    if (shape.single && shape.byteCount <= 0) co_return reply::done;  // the library cannot send an empty block and stops
 
     // The block is gathered first and stored whole, so transfers of several
     // clients never interleave in the buffer.
-    const auto size = static_cast<std::size_t>(byteCount);
-    const std::int64_t keep = size <= cable.pump.capacity() ? byteCount : 0;
-    const std::string data = co_await block(byteCount, single, keep);
+    const auto size = static_cast<std::size_t>(shape.byteCount);
+    const std::int64_t keep = size <= cable.pump.capacity() ? shape.byteCount : 0;
+    const std::string data = co_await block(shape, keep);
     const PumpPlan plan = overBudget ? PumpPlan{reply::busy, false} : cable.planPump(mode, size);
     if (plan.keep) cable.pump.append(data);
     // The single block's read-back is padded with zeros when the buffer
     // holds less; a chunk carries what is left, down to its "+" alone.
     const Producer produce = [&](std::size_t, std::size_t length) {
-        return single ? slice(cable.pump.take(length), 0, length) : cable.pump.take(length);
+        return shape.single ? slice(cable.pump.take(length), 0, length) : cable.pump.take(length);
     };
-    co_await finishTransfer(byteCount, single, withReadBack != 0, true, produce);
+    co_await finishTransfer(shape, withReadBack != 0, true, produce);
     co_return cable.pumpReply(plan);
 }
 
@@ -66,26 +64,25 @@ asio::awaitable<int> Conversation::sspiTransfer(int withWrite, int withReadBack)
     const int address = co_await integer("address");
     const int bitCount = co_await integer("bits");
     const int options = co_await integer("options");
-    const std::int64_t byteCount = protocol::byteCountOf(bitCount);
-    const bool single = bitCount <= protocol::singleBlockBits;
+    const BlockShape shape = BlockShape::ofTransfer(bitCount);
     int status = reply::done;
     if (withWrite != 0) {
-        if (single && byteCount <= 0) co_return reply::done;  // the library cannot send an empty block and stops
-        const std::int64_t keep = byteCount <= static_cast<std::int64_t>(cable.sspi.size()) ? byteCount : 0;
-        const std::string data = co_await block(byteCount, single, keep);
+        if (shape.single && shape.byteCount <= 0) co_return reply::done;  // the library cannot send an empty block and stops
+        const std::int64_t keep = shape.byteCount <= static_cast<std::int64_t>(cable.sspi.size()) ? shape.byteCount : 0;
+        const std::string data = co_await block(shape, keep);
         if (overBudget) status = reply::busy;
-        else status = keep == byteCount ? cable.sspiWrite(address, data, options) : reply::outOfRange;
+        else status = keep == shape.byteCount ? cable.sspiWrite(address, data, options) : reply::outOfRange;
     }
     if (withReadBack == 0) {
         co_await acknowledge("ack");
         co_return status;
     }
-    const auto count = static_cast<std::size_t>(std::max<std::int64_t>(byteCount, 0));
+    const auto count = static_cast<std::size_t>(std::max(shape.byteCount, 0));
     if (status == reply::done) status = cable.sspiReadStatus(address, count);
     const Producer produce = [&](std::size_t offset, std::size_t length) {
         return cable.sspiRead(address, count, offset, length);
     };
-    co_await readBack(byteCount, single, false, produce);
+    co_await readBack(shape, false, produce);
     co_return status;
 }
 
@@ -96,15 +93,14 @@ asio::awaitable<int> Conversation::i2cTransfer(int withWrite, int withReadBack) 
     co_await integer("last");
     // The library sends the device's bus address bit-reversed.
     const int busAddress = device >= 0 && device <= 0xFF ? protocol::reverseBits(static_cast<unsigned char>(device)) : -1;
-    const std::int64_t byteCount = protocol::byteCountOf(bitCount);
-    const bool single = bitCount <= protocol::singleBlockBits;
+    const BlockShape shape = BlockShape::ofTransfer(bitCount);
     int status = reply::done;
     if (withWrite != 0) {
-        if (single && byteCount <= 0) co_return reply::done;  // the library cannot send an empty block and stops
-        const std::int64_t keep = byteCount <= static_cast<std::int64_t>(cable.eeprom.size()) ? byteCount : 0;
-        std::string data = co_await block(byteCount, single, keep);
+        if (shape.single && shape.byteCount <= 0) co_return reply::done;  // the library cannot send an empty block and stops
+        const std::int64_t keep = shape.byteCount <= static_cast<std::int64_t>(cable.eeprom.size()) ? shape.byteCount : 0;
+        std::string data = co_await block(shape, keep);
         for (char& byte : data) byte = static_cast<char>(protocol::reverseBits(static_cast<unsigned char>(byte)));
-        status = keep == byteCount ? cable.i2cWrite(busAddress, wordAddress, data) : reply::outOfRange;
+        status = keep == shape.byteCount ? cable.i2cWrite(busAddress, wordAddress, data) : reply::outOfRange;
     }
     if (withReadBack == 0) {
         co_await acknowledge("ack");
@@ -114,7 +110,7 @@ asio::awaitable<int> Conversation::i2cTransfer(int withWrite, int withReadBack) 
     const Producer produce = [&](std::size_t offset, std::size_t length) {
         return cable.i2cRead(busAddress, wordAddress, offset, length);
     };
-    co_await readBack(byteCount, single, true, produce);
+    co_await readBack(shape, true, produce);
     co_return status;
 }
 

@@ -100,9 +100,9 @@ asio::awaitable<std::string> Conversation::chunkedBlock(std::int64_t byteCount, 
     co_return kept;
 }
 
-asio::awaitable<std::string> Conversation::block(std::int64_t byteCount, bool single, std::int64_t keep) {
-    if (!single) co_return co_await chunkedBlock(byteCount, false, keep);
-    co_return co_await bytes(static_cast<std::size_t>(byteCount), "block");
+asio::awaitable<std::string> Conversation::block(const BlockShape& shape, std::int64_t keep) {
+    if (!shape.single) co_return co_await chunkedBlock(shape.byteCount, false, keep);
+    co_return co_await bytes(static_cast<std::size_t>(shape.byteCount), "block");
 }
 
 asio::awaitable<void> Conversation::send(std::string_view frame, std::string_view item, bool isText) {
@@ -153,18 +153,16 @@ asio::awaitable<void> Conversation::waitClientDrained() {
  * still has to arrive to end its receive). Chunks are one send each,
  * answered by a go token: "+" and up to 1023 bytes when `framed`,
  * otherwise up to 1024 raw bytes. */
-asio::awaitable<void> Conversation::readBack(std::int64_t byteCount, bool single, bool framed,
-                                             const Producer& produce) {
-    if (single) {
-        std::string data = produce(0, static_cast<std::size_t>(std::max<std::int64_t>(byteCount, 0)));
+asio::awaitable<void> Conversation::readBack(const BlockShape& shape, bool framed, const Producer& produce) {
+    if (shape.single) {
+        std::string data = produce(0, static_cast<std::size_t>(std::max(shape.byteCount, 0)));
         if (data.empty()) data.assign(1, '\0');
         co_await send(data, "read-back", false);
         co_return;
     }
-    const std::int64_t chunks = protocol::chunkCountOf(byteCount);
     const std::size_t payload = framed ? protocol::framedPayload : frameSize;
-    const auto total = static_cast<std::size_t>(byteCount);
-    for (std::int64_t i = 0; i < chunks; ++i) {
+    const auto total = static_cast<std::size_t>(shape.byteCount);
+    for (std::int64_t i = 0; i < shape.chunkCount; ++i) {
         const std::size_t offset = static_cast<std::size_t>(i) * payload;
         const std::size_t length = offset < total ? std::min(payload, total - offset) : 0;
         const std::string chunk = std::string(framed ? protocol::plusText : std::string_view()) + produce(offset, length);
@@ -175,12 +173,12 @@ asio::awaitable<void> Conversation::readBack(std::int64_t byteCount, bool single
 
 /* The end of a pump or generic shift: the read-back, or the answer to the
  * single block, or the extra acknowledgement after the last chunk. */
-asio::awaitable<void> Conversation::finishTransfer(std::int64_t byteCount, bool single, bool withReadBack,
-                                                   bool framed, const Producer& produce) {
+asio::awaitable<void> Conversation::finishTransfer(const BlockShape& shape, bool withReadBack, bool framed,
+                                                   const Producer& produce) {
     if (withReadBack) {
-        co_await readBack(byteCount, single, framed, produce);
+        co_await readBack(shape, framed, produce);
     } else {
-        co_await acknowledge(single ? "answer" : "ack");
+        co_await acknowledge(shape.single ? "answer" : "ack");
     }
 }
 
