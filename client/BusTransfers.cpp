@@ -60,37 +60,34 @@ int busTransfer(const Channel& channel, const int* tokens, int tokenCount, const
     wire::FrameBuffer tokenBuffer;
     if (const int sent = channel.sendTokens(tokenBuffer, tokens, tokenCount); sent < 0) return sent;
 
-    const int byteCount = protocol::byteCountOf(bitCount);
-    const int chunkCount = static_cast<int>(protocol::chunkCountOf(byteCount));
-    const bool chunked = bitCount > protocol::singleBlockBits;
+    const protocol::BlockShape shape = protocol::BlockShape::ofTransfer(bitCount);
     const auto* bytes = reinterpret_cast<const unsigned char*>(data);
     // Cleared here so that a read-back without a written block (command 51's
     // first transfer) finds zeros behind a short reply, as after a write.
     wire::FrameBuffer reply;
 
     if (withWrite != 0) {
-        if (chunked) {
-            if (const int sent = channel.sendChunks(bytes, byteCount, byteCount, chunkCount, true);
-                sent < 0)
-                return sent;
+        if (!shape.single) {
+            const int sent = channel.sendChunks(bytes, shape.byteCount, shape.byteCount, shape.chunkCount, true);
+            if (sent < 0) return sent;
         } else {
             wire::FrameBuffer dataBuffer;
-            channel.fill(dataBuffer, bytes, byteCount, 0, byteCount);
+            channel.fill(dataBuffer, bytes, shape.byteCount, 0, shape.byteCount);
             channel.note(channel.description().chunkNoteId, dataBuffer.text());
-            if (const int sent = channel.send(dataBuffer.data(), byteCount); sent < 0) return sent;
+            if (const int sent = channel.send(dataBuffer.data(), shape.byteCount); sent < 0) return sent;
             // The block's send is reported like a token's, with the name twice.
             channel.note(channel.description().tokenNoteId, channel.name());
         }
     }
 
-    if (chunked) return channel.finishChunked(reply, withReadBack, chunkCount, tdoData);
+    if (!shape.single) return channel.finishChunked(reply, withReadBack, shape.chunkCount, tdoData);
     if (withReadBack == 0) {
         const int acknowledged = channel.receiveAcknowledgement(reply);
         return acknowledged < 0 ? acknowledged : 0;
     }
     tdoData.clear();
     if (const int received = channel.receive(reply, protocol::frameBytes); received < 0) return received;
-    appendLeading(tdoData, reply, byteCount);
+    appendLeading(tdoData, reply, shape.byteCount);
     return 0;
 }
 

@@ -63,8 +63,7 @@ int Client::sendJTAGShiftargs(int socket, va_list args) {
     const int withSecond = va_arg(args, int);
     const int withThird = va_arg(args, int);
     const unsigned char* firstData = takeBlock(args);
-    const int byteCount = protocol::byteCountOf(bitCount);
-    const int chunkCount = static_cast<int>(protocol::chunkCountOf(byteCount));
+    const protocol::BlockShape shape = protocol::BlockShape::ofShift(bitCount);
     PrintMessage(message::startingShift, name, asText(firstData));
     if (firstData == nullptr) return status::firstBlockMissing;
     PrintMessage(message::sendingJtagShiftArguments, name);
@@ -82,15 +81,15 @@ int Client::sendJTAGShiftargs(int socket, va_list args) {
     };
     const unsigned char* block = nullptr;
 
-    if (byteCount <= protocol::frameBytes) {
+    if (shape.single) {
         tdoData.clear();
         reply.clear();
         wire::FrameBuffer sendBuffer;
         // A single block goes out with one zero byte after its data; the
         // buffer's always-zero last byte carries it for a full block.
         auto sendBlock = [&](const unsigned char* data) {
-            channel.fill(sendBuffer, data, byteCount, 0, byteCount);
-            return channel.send(sendBuffer.data(), byteCount + 1);
+            channel.fill(sendBuffer, data, shape.byteCount, 0, shape.byteCount);
+            return channel.send(sendBuffer.data(), shape.byteCount + 1);
         };
         if (const int sent = sendBlock(firstData); sent < 0) return sent;
         PrintMessage(message::jtagShiftBlockSent, name, reply.text());
@@ -107,13 +106,13 @@ int Client::sendJTAGShiftargs(int socket, va_list args) {
             if (const int received = channel.receive(reply, protocol::frameBytes); received < 0) return received;
         }
     } else {
-        if (const int sent = channel.sendChunks(firstData, byteCount, byteCount, chunkCount, true);
+        if (const int sent = channel.sendChunks(firstData, shape.byteCount, shape.byteCount, shape.chunkCount, true);
             sent < 0)
             return sent;
         for (const int announced : {withSecond, withThird}) {
             if (!nextBlock(announced, block)) continue;
             if (block == nullptr) return status::laterBlockMissing;
-            if (const int sent = channel.sendChunks(block, byteCount, byteCount, chunkCount, false);
+            if (const int sent = channel.sendChunks(block, shape.byteCount, shape.byteCount, shape.chunkCount, false);
                 sent < 0)
                 return sent;
         }
@@ -133,16 +132,16 @@ int Client::sendJTAGShiftargs(int socket, va_list args) {
     // the status text's NUL. Those bytes are the read-back's first bytes: the
     // library must not wait for them again, or it waits for ever.
     const int carried = static_cast<int>(reply.carryAfterText(statusReceived));
-    if (byteCount > protocol::frameBytes) return channel.readBackChunks(reply, chunkCount, tdoData, carried);
+    if (!shape.single) return channel.readBackChunks(reply, shape.chunkCount, tdoData, carried);
     // The single block's data lands over the status text, which shows behind
     // a short reply; this read has no message of its own.
     tdoData.clear();
     long received = 0;
-    if (carried < std::max(byteCount, 1)) {
+    if (carried < std::max(shape.byteCount, 1)) {
         received = reply.receiveBehind(socket, carried);
         if (wire::failed(received)) return status::receiveFailed;
     }
-    appendLeading(tdoData, reply, byteCount);
+    appendLeading(tdoData, reply, shape.byteCount);
     return carried + static_cast<int>(received);
 }
 
@@ -174,7 +173,7 @@ int Client::sendShiftargs(int socket, va_list args) {
     const int bitCount = va_arg(args, int);
     const int withReadBack = va_arg(args, int);
     const unsigned char* firstData = takeBlock(args);
-    const int byteCount = protocol::byteCountOf(bitCount);
+    const protocol::BlockShape shape = protocol::BlockShape::ofShift(bitCount);
     PrintMessage(message::startingShift, name, asText(firstData));
     if (firstData == nullptr) return status::firstBlockMissing;
     PrintMessage(message::sendingGenericShiftArguments, name);
@@ -182,22 +181,21 @@ int Client::sendShiftargs(int socket, va_list args) {
     const Channel channel(socket, clientSink(*this), name, genericShift);
     wire::FrameBuffer reply;
     // The byte count travels as a token of its own here.
-    const int tokens[] = {flags, bitCount, byteCount, withReadBack};
+    const int tokens[] = {flags, bitCount, shape.byteCount, withReadBack};
     if (const int sent = channel.sendTokens(reply, tokens, 4); sent < 0) return sent;
 
-    if (byteCount > protocol::frameBytes) {
-        const int chunkCount = static_cast<int>(protocol::chunkCountOf(byteCount));
-        const int sent = channel.sendChunks(firstData, byteCount, byteCount, chunkCount, false);
-        return sent < 0 ? sent : channel.finishChunked(reply, withReadBack, chunkCount, tdoData);
+    if (!shape.single) {
+        const int sent = channel.sendChunks(firstData, shape.byteCount, shape.byteCount, shape.chunkCount, false);
+        return sent < 0 ? sent : channel.finishChunked(reply, withReadBack, shape.chunkCount, tdoData);
     }
     tdoData.clear();
     reply.clear();
     wire::FrameBuffer sendBuffer;
-    channel.fill(sendBuffer, firstData, byteCount, 0, byteCount);
-    if (const int sent = channel.send(sendBuffer.data(), byteCount); sent < 0) return sent;
+    channel.fill(sendBuffer, firstData, shape.byteCount, 0, shape.byteCount);
+    if (const int sent = channel.send(sendBuffer.data(), shape.byteCount); sent < 0) return sent;
     PrintMessage(message::genericShiftBlockSent, name, reply.text());
     if (const int received = channel.receive(reply, protocol::frameBytes); received < 0) return received;
-    if (withReadBack != 0) appendLeading(tdoData, reply, byteCount);
+    if (withReadBack != 0) appendLeading(tdoData, reply, shape.byteCount);
     return 0;
 }
 
@@ -208,9 +206,9 @@ int Client::sendPumpData(int& socket, va_list args) {
     const int bitCount = va_arg(args, int);
     const int pumpMode = va_arg(args, int);
     const int withReadBack = va_arg(args, int);
-    const int byteCount = protocol::byteCountOf(bitCount);
+    const protocol::BlockShape shape = protocol::BlockShape::ofTransfer(bitCount);
     // No data to pump: refused before anything crosses the connection.
-    if (firstData == nullptr && byteCount > 0) return status::firstBlockMissing;
+    if (firstData == nullptr && shape.byteCount > 0) return status::firstBlockMissing;
 
     const Channel channel(socket, clientSink(*this), name, pumpData);
     wire::FrameBuffer tokenBuffer;
@@ -219,20 +217,19 @@ int Client::sendPumpData(int& socket, va_list args) {
 
     wire::FrameBuffer reply;
     // Pump data states the single-block limit in bits, the shifts in bytes.
-    if (bitCount > protocol::singleBlockBits) {
-        const int chunkCount = static_cast<int>(protocol::chunkCountOf(byteCount));
-        const int sent = channel.sendChunks(firstData, byteCount, byteCount, chunkCount, true);
-        return sent < 0 ? sent : channel.finishChunked(reply, withReadBack, chunkCount, tdoData);
+    if (!shape.single) {
+        const int sent = channel.sendChunks(firstData, shape.byteCount, shape.byteCount, shape.chunkCount, true);
+        return sent < 0 ? sent : channel.finishChunked(reply, withReadBack, shape.chunkCount, tdoData);
     }
     tdoData.clear();
     reply.clear();
     wire::FrameBuffer sendBuffer;
-    channel.fill(sendBuffer, firstData, byteCount, 0, byteCount);
+    channel.fill(sendBuffer, firstData, shape.byteCount, 0, shape.byteCount);
     PrintMessage(message::sendingDataBlock, name, sendBuffer.text());
-    if (const int sent = channel.send(sendBuffer.data(), byteCount); sent < 0) return sent;
+    if (const int sent = channel.send(sendBuffer.data(), shape.byteCount); sent < 0) return sent;
     // Shows the token buffer, which still holds the last token's acknowledgement.
     PrintMessage(message::pumpDataFrameSent, name, tokenBuffer.text());
     if (const int received = channel.receive(reply, protocol::frameBytes); received < 0) return received;
-    if (withReadBack != 0) appendLeading(tdoData, reply, byteCount);
+    if (withReadBack != 0) appendLeading(tdoData, reply, shape.byteCount);
     return 0;
 }

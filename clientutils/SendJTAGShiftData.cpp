@@ -76,11 +76,10 @@ int SendJTAGShiftData(int& socket, int flags, int bitCount, int blockCount, LByt
 
     // Large shifts send the first buffer's data in every slot that blockCount
     // names, and zero frames in the rest.
-    const int byteCount = protocol::byteCountOf(bitCount);
-    const int chunkCount = static_cast<int>(protocol::chunkCountOf(byteCount));
+    const protocol::BlockShape shape = protocol::BlockShape::ofShift(bitCount);
     for (int slot = 1; slot <= 3; ++slot) {
         const int result = slot <= std::max(blockCount, 1)
-                               ? channel.sendChunks(first.data(), held, byteCount, chunkCount, false)
+                               ? channel.sendChunks(first.data(), held, shape.byteCount, shape.chunkCount, false)
                                : sendZeroFrame(channel, frame);
         if (result < 0) return result;
     }

@@ -71,16 +71,16 @@ constexpr std::int64_t chunkCountOf(std::int64_t byteCount) {
 struct BlockShape {
     int bitCount = 0;
     int byteCount = 0;
-    std::int64_t chunkCount = 0;
+    int chunkCount = 0;
     bool single = true;
 
     static constexpr BlockShape ofShift(int bitCount) {
         const int bytes = byteCountOf(bitCount);
-        return {bitCount, bytes, chunkCountOf(bytes), bytes <= frameBytes};
+        return {bitCount, bytes, static_cast<int>(chunkCountOf(bytes)), bytes <= frameBytes};
     }
     static constexpr BlockShape ofTransfer(int bitCount) {
         const int bytes = byteCountOf(bitCount);
-        return {bitCount, bytes, chunkCountOf(bytes), bitCount <= singleBlockBits};
+        return {bitCount, bytes, static_cast<int>(chunkCountOf(bytes)), bitCount <= singleBlockBits};
     }
 };
 
