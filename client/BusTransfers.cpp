@@ -14,7 +14,6 @@ namespace {
 namespace wire = tetherhost::wire;
 using namespace tetherhost::transfer;
 namespace protocol = tetherhost::protocol;
-namespace status = tetherhost::protocol::status;
 namespace message = tetherhost::message;
 
 /* SSPI shows each token and each data block in its messages and keeps
@@ -23,29 +22,18 @@ constexpr Marshaller sspi{.sendFailedId = message::sspiSendFailed,
                           .receiveFailedId = message::sspiReceiveFailed,
                           .tokenNote = TokenNote::TokenText,
                           .tokenNoteId = message::sspiFrameSent,
-                          .chunkNoteId = message::sendingDataBlock,
-                          .padChunks = false,
-                          .reverseBits = false,
-                          .readBackNeedsPlus = false};
+                          .chunkNoteId = message::sendingDataBlock};
 /* I2C names only the client in its messages, announces no data, sends its
  * data bit-reversed and demands a "+" at the start of each read-back chunk. */
 constexpr Marshaller i2c{.sendFailedId = message::i2cSendFailed,
                          .receiveFailedId = message::i2cReceiveFailed,
                          .tokenNote = TokenNote::ClientName,
                          .tokenNoteId = message::i2cFrameSent,
-                         .chunkNoteId = nullptr,
-                         .padChunks = false,
                          .reverseBits = true,
                          .readBackNeedsPlus = true};
 /* The shared applications list is one fixed block, neither chunked nor read back. */
 constexpr Marshaller sharedApps{.sendFailedId = message::sharedAppsSendFailed,
-                                .receiveFailedId = message::sharedAppsUnanswered,
-                                .tokenNote = TokenNote::None,
-                                .tokenNoteId = nullptr,
-                                .chunkNoteId = nullptr,
-                                .padChunks = false,
-                                .reverseBits = false,
-                                .readBackNeedsPlus = false};
+                                .receiveFailedId = message::sharedAppsUnanswered};
 
 /* Shared applications: each name is cut after this many characters, and the
  * joined text keeps the block's last byte zero. */

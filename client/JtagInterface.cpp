@@ -25,20 +25,10 @@ using protocol::SubPattern;
 constexpr Marshaller subCommandNumber{.sendFailedId = message::integerArgumentSendFailed,
                                       .receiveFailedId = message::integerArgumentNotAcknowledged,
                                       .tokenNote = TokenNote::TokenText,
-                                      .tokenNoteId = message::integerArgumentSent,
-                                      .chunkNoteId = nullptr,
-                                      .padChunks = false,
-                                      .reverseBits = false,
-                                      .readBackNeedsPlus = false};
+                                      .tokenNoteId = message::integerArgumentSent};
 /* Sub-commands 69 and 70: the decimal fraction in a standard frame. */
 constexpr Marshaller fractionFrame{.sendFailedId = message::fractionSendFailed,
-                                   .receiveFailedId = message::fractionNotAcknowledged,
-                                   .tokenNote = TokenNote::None,
-                                   .tokenNoteId = nullptr,
-                                   .chunkNoteId = nullptr,
-                                   .padChunks = false,
-                                   .reverseBits = false,
-                                   .readBackNeedsPlus = false};
+                                   .receiveFailedId = message::fractionNotAcknowledged};
 
 /* An int sent as a decimal fraction: through single precision, six digits
  * after the point (5 becomes 5.000000). */

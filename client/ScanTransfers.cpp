@@ -24,30 +24,19 @@ namespace message = tetherhost::message;
  * first block and demands a "+" at the start of each read-back chunk. */
 constexpr Marshaller jtagShift{.sendFailedId = message::jtagShiftSendFailed,
                                .receiveFailedId = message::jtagShiftReceiveFailed,
-                               .tokenNote = TokenNote::None,
-                               .tokenNoteId = nullptr,
                                .chunkNoteId = message::sendingDataBlock,
                                .padChunks = true,
-                               .reverseBits = false,
                                .readBackNeedsPlus = true};
 /* The generic shift sends chunks at their true length, silently, and keeps
  * read-back chunks whatever their first byte. */
 constexpr Marshaller genericShift{.sendFailedId = message::genericShiftSendFailed,
-                                  .receiveFailedId = message::genericShiftReceiveFailed,
-                                  .tokenNote = TokenNote::None,
-                                  .tokenNoteId = nullptr,
-                                  .chunkNoteId = nullptr,
-                                  .padChunks = false,
-                                  .reverseBits = false,
-                                  .readBackNeedsPlus = false};
+                                  .receiveFailedId = message::genericShiftReceiveFailed};
 /* Pump data shows every token after its send and announces every data send. */
 constexpr Marshaller pumpData{.sendFailedId = message::pumpDataSendFailed,
                               .receiveFailedId = message::pumpDataReceiveFailed,
                               .tokenNote = TokenNote::TokenText,
                               .tokenNoteId = message::pumpDataFrameSent,
                               .chunkNoteId = message::sendingDataBlock,
-                              .padChunks = false,
-                              .reverseBits = false,
                               .readBackNeedsPlus = true};
 
 const unsigned char* takeBlock(va_list args) { return va_arg(args, const unsigned char*); }

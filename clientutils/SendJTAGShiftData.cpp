@@ -16,14 +16,7 @@ namespace wire = tetherhost::wire;
 using namespace tetherhost::transfer;
 
 /* Posts nothing; chunks go out at their true length, each acknowledged with "+". */
-constexpr Marshaller oneCallShift{.sendFailedId = nullptr,
-                                  .receiveFailedId = nullptr,
-                                  .tokenNote = TokenNote::None,
-                                  .tokenNoteId = nullptr,
-                                  .chunkNoteId = nullptr,
-                                  .padChunks = false,
-                                  .reverseBits = false,
-                                  .readBackNeedsPlus = false};
+constexpr Marshaller oneCallShift{};
 
 /* The buffer's first `size` bytes, read one by one. */
 std::vector<unsigned char> readAll(LByteBuffer& buffer, int size) {

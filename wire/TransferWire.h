@@ -21,16 +21,19 @@ enum class TokenNote : unsigned char {
     ClientName,  // (clientName, clientName)
 };
 
-/* The deliberate differences between the marshallers, one description each. */
+/* The deliberate differences between the marshallers, one description each.
+ * The defaults are the plainest marshaller: it posts nothing, sends chunks
+ * at their true length and as they are, and takes read-back chunks whatever
+ * their first byte; a description names only where it departs from that. */
 struct Marshaller {
-    const char* sendFailedId;     // posted with the name twice when a send fails
-    const char* receiveFailedId;  // ... when a receive fails or an acknowledgement is wrong
-    TokenNote tokenNote;          // message after each integer token's send
-    const char* tokenNoteId;
-    const char* chunkNoteId;      // posted with the chunk as text before a chunk's send; null: none
-    bool padChunks;               // every chunk goes out as 1024 bytes, the last one zero padded
-    bool reverseBits;             // data bytes go out bit-reversed
-    bool readBackNeedsPlus;       // each read-back chunk must begin with "+"
+    const char* sendFailedId = nullptr;     // posted with the name twice when a send fails
+    const char* receiveFailedId = nullptr;  // ... when a receive fails or an acknowledgement is wrong
+    TokenNote tokenNote = TokenNote::None;  // message after each integer token's send
+    const char* tokenNoteId = nullptr;
+    const char* chunkNoteId = nullptr;  // posted with the chunk as text before a chunk's send; null: none
+    bool padChunks = false;             // every chunk goes out as 1024 bytes, the last one zero padded
+    bool reverseBits = false;           // data bytes go out bit-reversed
+    bool readBackNeedsPlus = false;     // each read-back chunk must begin with "+"
 };
 
 /* One marshaller's conversation on one socket, posting its messages to a
