@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <climits>
+#include <cstdint>
 
 #include "protocol/Frames.h"
 
@@ -38,7 +39,7 @@ TEST(ChunkCount, CountsWholeAndPartChunksOf1024Bytes) {
     EXPECT_EQ(chunkCountOf(1025), 2);
     EXPECT_EQ(chunkCountOf(2048), 2);
     EXPECT_EQ(chunkCountOf(2049), 3);
-    EXPECT_EQ(chunkCountOf(2 * 1024 * 1024), 2048);
+    EXPECT_EQ(chunkCountOf(std::int64_t{2} * 1024 * 1024), 2048);
     EXPECT_EQ(chunkCountOf(0), 0);
     EXPECT_EQ(chunkCountOf(-1), 0);
     EXPECT_EQ(chunkCountOf(-268435455), -262143);
