@@ -33,7 +33,9 @@ inline constexpr int farewell = 9999;
 /* JTAG-interface sub-commands (of command 44) named where code uses them. */
 namespace sub {
 inline constexpr int resetTaps = 3;
+inline constexpr int toRunTestIdle = 4;
 inline constexpr int describeChain = 7;
+inline constexpr int tapState = 8;
 inline constexpr int jtagShift = 12;
 }  // namespace sub
 

@@ -117,10 +117,10 @@ asio::awaitable<int> Conversation::perform(int number) {
 
 int Conversation::plain(int number) {
     switch (number) {
-    case 1:
+    case protocol::command::statusReport:
         textReply = statusReport(state);
         return reply::done;
-    case 43:
+    case protocol::command::sharedAppList:
         textReply = cable.sharedApps();
         return cable.sharedAppCount();
     default: return reply::done;

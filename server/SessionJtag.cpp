@@ -49,19 +49,19 @@ asio::awaitable<int> Conversation::jtagInterface() {
 
 int Conversation::plainSubCommand(int number) {
     switch (number) {
-    case 3:  // TAP reset
+    case protocol::sub::resetTaps:
         cable.jtag.reset();
         return reply::done;
-    case 4:  // to Run-Test/Idle
+    case protocol::sub::toRunTestIdle:
         cable.jtag.moveTo(TapState::RunTestIdle);
         return reply::done;
-    case 7: {  // the chain
+    case protocol::sub::describeChain: {
         std::string description;
         const int devices = cable.describeChain(description);
         textReply = description;
         return devices;
     }
-    case 8:  // the controllers' state
+    case protocol::sub::tapState:
         textReply = tapStateName(cable.jtag.state());
         return static_cast<int>(cable.jtag.state());
     default: return reply::done;
