@@ -65,35 +65,27 @@ TEST_F(ReceiveQueueSocketPair, ClosedPeerCannotBeTold) {
 }
 
 TEST_F(ReceiveQueueSocketPair, WaitReturnsAtOnceWhenNothingIsPending) {
-    const auto started = Clock::now();
-    EXPECT_TRUE(waitPeerDrained(writer, 1000));
-    EXPECT_LT(Clock::now() - started, std::chrono::milliseconds(100));
+    // With no time to wait, only a first look that finds nothing unread can succeed.
+    EXPECT_TRUE(waitPeerDrained(writer, 0));
 }
 
-TEST_F(ReceiveQueueSocketPair, WaitReturnsOnceThePeerHasRead) {
+TEST_F(ReceiveQueueSocketPair, WaitReturnsOnceThePeerHasReadTheRest) {
     ASSERT_TRUE(sendBytes(writer, "hello"));
+    EXPECT_EQ(readExactly(reader, 3), "hel");
+    EXPECT_FALSE(waitPeerDrained(writer, 0));
     std::string readLater;
-    std::thread lateReader([this, &readLater] {
-        std::this_thread::sleep_for(std::chrono::milliseconds(100));
-        readLater = readExactly(reader, 5);
-    });
-    const auto started = Clock::now();
-    const bool drained = waitPeerDrained(writer, 3000);
-    const auto waited = Clock::now() - started;
-    lateReader.join();
+    std::thread reading([this, &readLater] { readLater = readExactly(reader, 2); });
+    const bool drained = waitPeerDrained(writer, 10000);
+    reading.join();
     EXPECT_TRUE(drained);
-    EXPECT_EQ(readLater, "hello");
-    EXPECT_GE(waited, std::chrono::milliseconds(90));
-    EXPECT_LT(waited, std::chrono::milliseconds(2000));
+    EXPECT_EQ(readLater, "lo");
 }
 
 TEST_F(ReceiveQueueSocketPair, WaitTimesOutWhileThePeerDoesNotRead) {
     ASSERT_TRUE(sendBytes(writer, "hello"));
     const auto started = Clock::now();
     EXPECT_FALSE(waitPeerDrained(writer, 200));
-    const auto waited = Clock::now() - started;
-    EXPECT_GE(waited, std::chrono::milliseconds(200));
-    EXPECT_LT(waited, std::chrono::milliseconds(1000));
+    EXPECT_GE(Clock::now() - started, std::chrono::milliseconds(200));
     EXPECT_EQ(peerUnreadBytes(writer), 5);
 }
 
@@ -130,19 +122,19 @@ TEST(ReceiveQueueTcp, ClosedPeerCannotBeTold) {
     EXPECT_FALSE(waitPeerDrained(connection.server, 1000));
 }
 
-TEST(ReceiveQueueTcp, WaitReturnsOnceThePeerHasRead) {
+TEST(ReceiveQueueTcp, WaitReturnsOnceThePeerHasReadTheRest) {
     LoopbackConnection connection;
     ASSERT_TRUE(connection.established());
     ASSERT_TRUE(sendBytes(connection.server, "hello"));
+    ASSERT_TRUE(waitReadable(connection.client));
+    EXPECT_EQ(readExactly(connection.client, 3), "hel");
+    EXPECT_FALSE(waitPeerDrained(connection.server, 0));
     std::string readLater;
-    std::thread lateReader([&connection, &readLater] {
-        std::this_thread::sleep_for(std::chrono::milliseconds(100));
-        readLater = readExactly(connection.client, 5);
-    });
-    const bool drained = waitPeerDrained(connection.server, 3000);
-    lateReader.join();
+    std::thread reading([&connection, &readLater] { readLater = readExactly(connection.client, 2); });
+    const bool drained = waitPeerDrained(connection.server, 10000);
+    reading.join();
     EXPECT_TRUE(drained);
-    EXPECT_EQ(readLater, "hello");
+    EXPECT_EQ(readLater, "lo");
 }
 
 TEST(ReceiveQueue, NonSocketCannotBeTold) {

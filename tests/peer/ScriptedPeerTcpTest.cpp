@@ -10,8 +10,6 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <chrono>
-#include <thread>
 
 namespace tetherhost::test {
 namespace {
@@ -55,7 +53,7 @@ TEST(ListeningScriptedPeer, TwoRepliesInARowArriveAsTwoReceives) {
     Client client;
     ASSERT_GE(client.fd, 0);
     ASSERT_TRUE(sendBytes(client.fd, "go\0"s));
-    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    ASSERT_TRUE(waitReadable(client.fd));
     EXPECT_EQ(receiveUntilClosed(client.fd), (Receives{"first", "second"}));
     EXPECT_TRUE(peer->finish());
     EXPECT_EQ(peer->failure(), "");
@@ -140,7 +138,6 @@ TEST(ListeningScriptedPeer, DestructorClosesEveryDescriptor) {
 
 TEST(ListeningScriptedPeer, DestroyingAWaitingPeerNeitherHangsNorLeaks) {
     const int before = openDescriptorCount();
-    const auto started = std::chrono::steady_clock::now();
     {
         auto peer = ScriptedPeer::listening(port);
         peer->expectFrame("never sent");
@@ -148,7 +145,6 @@ TEST(ListeningScriptedPeer, DestroyingAWaitingPeerNeitherHangsNorLeaks) {
         Client client;
         ASSERT_GE(client.fd, 0);
     }
-    EXPECT_LT(std::chrono::steady_clock::now() - started, std::chrono::milliseconds(2000));
     EXPECT_EQ(openDescriptorCount(), before);
 }
 

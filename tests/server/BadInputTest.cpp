@@ -227,12 +227,12 @@ TEST_F(BadInput, StuckClientsDoNotDelayTheOthers) {
 
     RawClient client(port);
     ASSERT_TRUE(client.introduce("lively"));
-    const auto start = std::chrono::steady_clock::now();
+    // Served while both others are stuck: a simulator that waited on either
+    // would leave this loop hanging until the test's time-out.
     for (int i = 0; i < 500; ++i) {
         ASSERT_EQ(client.exchange("38"), plus);
         ASSERT_EQ(client.replyText(), "0");
     }
-    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5));
     // The stuck ones are still connected and can carry on.
     ASSERT_TRUE(midToken.send(wire("\0")));
     EXPECT_EQ(midToken.receive(1024), plus);
