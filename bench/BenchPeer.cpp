@@ -64,8 +64,7 @@ BenchPeer::BenchPeer() {
     const int on = 1;
     setsockopt(listener, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
     const sockaddr_in address = serverAddress();
-    if (bind(listener, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
-        listen(listener, 4) != 0)
+    if (bind(listener, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 || listen(listener, 4) != 0)
         throw std::runtime_error("the benchmark peer cannot listen on 127.0.0.1:4001");
     thread = std::thread([this] { serve(); });
 }

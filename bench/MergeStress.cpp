@@ -89,14 +89,13 @@ int main(int argc, char** argv) {
         for (int b = 0; b < 8; ++b) tdo |= static_cast<std::uint64_t>(static_cast<unsigned char>(out[b])) << (8 * b);
         if (result != 0 || taken != 0 || tdo != throughBypass(tdi)) {
             if (++wrong <= 10)
-                std::fprintf(stderr, "shift %ld: Send %d, GetTDO %d, TDO %016llx, expected %016llx\n", i,
-                             result, taken, static_cast<unsigned long long>(tdo),
-                             static_cast<unsigned long long>(throughBypass(tdi)));
+                std::fprintf(stderr, "shift %ld: Send %d, GetTDO %d, TDO %016llx, expected %016llx\n", i, result, taken,
+                             static_cast<unsigned long long>(tdo), static_cast<unsigned long long>(throughBypass(tdi)));
         }
     }
     client.Disconnect();
     const long merged = mergedReceives;
-    std::printf("shifts %ld, wrong TDO %ld, merged read-backs %ld (%.1f per million)\n", shifts, wrong,
-                merged, shifts > 0 ? 1e6 * static_cast<double>(merged) / static_cast<double>(shifts) : 0.0);
+    std::printf("shifts %ld, wrong TDO %ld, merged read-backs %ld (%.1f per million)\n", shifts, wrong, merged,
+                shifts > 0 ? 1e6 * static_cast<double>(merged) / static_cast<double>(shifts) : 0.0);
     return wrong == 0 ? 0 : 1;
 }

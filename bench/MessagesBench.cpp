@@ -28,8 +28,7 @@ struct Baseline {
 
 void reportAllocations(benchmark::State& state, std::uint64_t before) {
     state.counters["allocs_per_op"] = benchmark::Counter(
-        static_cast<double>(tetherhost::bench::allocationCount() - before) /
-        static_cast<double>(state.iterations()));
+        static_cast<double>(tetherhost::bench::allocationCount() - before) / static_cast<double>(state.iterations()));
 }
 
 char name[] = "board1";

@@ -28,8 +28,8 @@ namespace {
 char clientName[] = "bench";
 
 void reportPerOperation(benchmark::State& state, std::uint64_t allocationsBefore) {
-    state.counters["allocs_per_op"] = benchmark::Counter(
-        static_cast<double>(allocationCount() - allocationsBefore) / static_cast<double>(state.iterations()));
+    state.counters["allocs_per_op"] = benchmark::Counter(static_cast<double>(allocationCount() - allocationsBefore) /
+                                                         static_cast<double>(state.iterations()));
 }
 
 /* The floor's frame exchange: one send, one receive of at most `capacity`. */
@@ -91,8 +91,7 @@ void BM_Send38_MillionCallsHeapGrowth(benchmark::State& state) {
     const std::size_t before = tetherhost::heapInUse();
     for ([[maybe_unused]] auto _ : state)
         for (int i = 0; i < 1000000; ++i) client.Send(38);
-    state.counters["heap_growth_bytes"] =
-        static_cast<double>(tetherhost::heapInUse()) - static_cast<double>(before);
+    state.counters["heap_growth_bytes"] = static_cast<double>(tetherhost::heapInUse()) - static_cast<double>(before);
     client.Disconnect();
 }
 BENCHMARK(BM_Send38_MillionCallsHeapGrowth)->Iterations(1)->Unit(benchmark::kSecond);
@@ -118,7 +117,8 @@ void floorShift(FloorClient& floor, const std::vector<char>& data, int bits, std
         }
         const long carried = floor.carryAfterStatus(floor.exchange("+", 1024));  // go token, status text
         long got = carried;
-        if (carried < std::max(byteCount, 1L)) got += ::recv(floor.socket, floor.reply + carried, static_cast<std::size_t>(1024 - carried), 0);
+        if (carried < std::max(byteCount, 1L))
+            got += ::recv(floor.socket, floor.reply + carried, static_cast<std::size_t>(1024 - carried), 0);
         if (got > 0) tdo.assign(floor.reply, floor.reply + byteCount);
     } else {
         const long chunkCount = (byteCount + 1023) / 1024;
@@ -134,7 +134,8 @@ void floorShift(FloorClient& floor, const std::vector<char>& data, int bits, std
         long carried = floor.carryAfterStatus(floor.exchange("+", 1024));
         tdo.clear();
         for (long c = 0; c < chunkCount; ++c) {
-            const long got = carried + ::recv(floor.socket, floor.reply + carried, static_cast<std::size_t>(1024 - carried), 0);
+            const long got =
+                carried + ::recv(floor.socket, floor.reply + carried, static_cast<std::size_t>(1024 - carried), 0);
             carried = 0;
             tdo.insert(tdo.end(), floor.reply, floor.reply + got);
             floor.sendBlock("+", 2);

@@ -58,8 +58,8 @@ std::map<std::string, Result> load(int count, char** paths) {
                 toNanoseconds(entry.at("real_time").get<double>(), entry.at("time_unit").get<std::string>());
             for (const auto& [key, value] : entry.items())
                 if (value.is_number() && key != "real_time" && key != "cpu_time" && key != "iterations" &&
-                    key != "repetitions" && key != "repetition_index" && key != "threads" &&
-                    key != "family_index" && key != "per_family_instance_index")
+                    key != "repetitions" && key != "repetition_index" && key != "threads" && key != "family_index" &&
+                    key != "per_family_instance_index")
                     result.counters[key] = value.get<double>();
         }
     }
@@ -83,30 +83,28 @@ int main(int argc, char** argv) try {
     auto row = [&](const char* label, const char* library, const char* floor, const char* target) {
         const double lib = time(library);
         const double flo = time(floor);
-        std::printf("| %-44s | %12.1f ns | %12.1f ns | %6.3f | %-8s |\n", label, lib, flo,
-                    flo > 0 ? lib / flo : 0.0, target);
+        std::printf("| %-44s | %12.1f ns | %12.1f ns | %6.3f | %-8s |\n", label, lib, flo, flo > 0 ? lib / flo : 0.0,
+                    target);
     };
 
-    std::printf("| %-44s | %15s | %15s | %6s | %-8s |\n", "measure (median)", "library", "floor", "ratio",
-                "target");
+    std::printf("| %-44s | %15s | %15s | %6s | %-8s |\n", "measure (median)", "library", "floor", "ratio", "target");
     std::printf("|%s|%s|%s|%s|%s|\n", std::string(46, '-').c_str(), std::string(17, '-').c_str(),
                 std::string(17, '-').c_str(), std::string(8, '-').c_str(), std::string(10, '-').c_str());
     row("PrintMessage, switches off (vs bare call)", "BM_PrintMessageSwitchesOff", "BM_BaselineVariadicCall",
         "<= 50 ns");
     row("Send(38) (vs send/recv client)", "BM_Send38_Library", "BM_Send38_Floor", "<= 1.05");
     row("JTAG shift 32 bits with read-back", "BM_JtagShift_Library/32", "BM_JtagShift_Floor/32", "<= 1.05");
-    row("JTAG shift 1 MiB with read-back", "BM_JtagShift_Library/8388608", "BM_JtagShift_Floor/8388608",
-        "<= 1.05");
+    row("JTAG shift 1 MiB with read-back", "BM_JtagShift_Library/8388608", "BM_JtagShift_Floor/8388608", "<= 1.05");
     row("simulator: Send(38) (vs minimal server)", "BM_Send38_Simulator", "BM_Send38_MinimalServer", "<= 1.10");
     row("simulator: Send(38) beside 100 stalled clients", "BM_Simulator_LatencyBesideStalledClients/100",
         "BM_Simulator_LatencyBesideStalledClients/0", "<= 1.5");
 
-    std::printf("\nheap allocations per operation: PrintMessage off %.2f, log line %.2f, Send(38) %.2f, "
-                "JTAG 32 bits %.2f, JTAG 1 MiB %.2f\n",
-                counter("BM_PrintMessageSwitchesOff", "allocs_per_op"),
-                counter("BM_PrintMessageToLogFile", "allocs_per_op"), counter("BM_Send38_Library", "allocs_per_op"),
-                counter("BM_JtagShift_Library/32", "allocs_per_op"),
-                counter("BM_JtagShift_Library/8388608", "allocs_per_op"));
+    std::printf(
+        "\nheap allocations per operation: PrintMessage off %.2f, log line %.2f, Send(38) %.2f, "
+        "JTAG 32 bits %.2f, JTAG 1 MiB %.2f\n",
+        counter("BM_PrintMessageSwitchesOff", "allocs_per_op"), counter("BM_PrintMessageToLogFile", "allocs_per_op"),
+        counter("BM_Send38_Library", "allocs_per_op"), counter("BM_JtagShift_Library/32", "allocs_per_op"),
+        counter("BM_JtagShift_Library/8388608", "allocs_per_op"));
     std::printf("PrintMessage with a log file: %.0f ns per line\n", time("BM_PrintMessageToLogFile"));
     std::printf("JTAG 1 MiB with read-back: library %.1f MB/s, floor %.1f MB/s\n",
                 counter("BM_JtagShift_Library/8388608", "bytes_per_second") / 1e6,

@@ -144,7 +144,13 @@ void BM_Simulator_ConcurrentClients(benchmark::State& state) {
             (simulator.cpuSeconds() - cpuBefore) * 1e6 / static_cast<double>(commands.load());
     }
 }
-BENCHMARK(BM_Simulator_ConcurrentClients)->Arg(1)->Arg(16)->Arg(64)->Iterations(1)->UseManualTime()->Unit(benchmark::kSecond);
+BENCHMARK(BM_Simulator_ConcurrentClients)
+    ->Arg(1)
+    ->Arg(16)
+    ->Arg(64)
+    ->Iterations(1)
+    ->UseManualTime()
+    ->Unit(benchmark::kSecond);
 
 /* One client's Send(38) latency, median of 10,000, while `stalled`
  * connections each hold half a command token (their stall time set longer
@@ -176,7 +182,12 @@ void BM_Simulator_LatencyBesideStalledClients(benchmark::State& state) {
     client.Disconnect();
     for (const int socket : stallers) ::close(socket);
 }
-BENCHMARK(BM_Simulator_LatencyBesideStalledClients)->Arg(0)->Arg(100)->Iterations(1)->UseManualTime()->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_Simulator_LatencyBesideStalledClients)
+    ->Arg(0)
+    ->Arg(100)
+    ->Iterations(1)
+    ->UseManualTime()
+    ->Unit(benchmark::kMicrosecond);
 
 /* The simulator's resident memory before and after a million commands. */
 void BM_Simulator_MillionCommandsMemory(benchmark::State& state) {

@@ -43,8 +43,8 @@ constexpr std::size_t appListLimit = protocol::maxTokenLength;
 /* One SSPI or I2C transfer once its elements are taken: the integer tokens,
  * the data block when `withWrite` is set, then either the read-back into
  * `tdoData` or a final acknowledgement. */
-int busTransfer(const Channel& channel, const int* tokens, int tokenCount, const char* data,
-                int bitCount, int withWrite, int withReadBack, std::string& tdoData) {
+int busTransfer(const Channel& channel, const int* tokens, int tokenCount, const char* data, int bitCount,
+                int withWrite, int withReadBack, std::string& tdoData) {
     wire::FrameBuffer tokenBuffer;
     if (const int sent = channel.sendTokens(tokenBuffer, tokens, tokenCount); sent < 0) return sent;
 
@@ -101,8 +101,8 @@ int Client::sendI2CShiftargs(int& socket, int withWrite, int withReadBack, va_li
     const int bitCount = va_arg(args, int);
     const char* data = va_arg(args, const char*);
     const int lastValue = va_arg(args, int);
-    const int tokens[] = {firstValue, protocol::reverseBits(static_cast<unsigned char>(byteValue & 0xFF)),
-                          bitCount, lastValue};
+    const int tokens[] = {firstValue, protocol::reverseBits(static_cast<unsigned char>(byteValue & 0xFF)), bitCount,
+                          lastValue};
     return busTransfer(Channel(socket, clientSink(*this), name, i2c), tokens, 4, data, bitCount, withWrite,
                        withReadBack, tdoData);
 }

@@ -16,7 +16,7 @@ static_assert(std::is_array_v<va_list>,
 namespace {
 namespace message = tetherhost::message;
 constexpr char catalogueModule[] = "tetherhostclient";
-}
+}  // namespace
 
 Client::Client() : Client(const_cast<char*>("")) {}
 

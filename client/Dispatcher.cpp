@@ -35,14 +35,10 @@ using BusTransfer = int (Client::*)(int&, int, int, va_list);
  * 46 to 48, 50 to 52), handed to the Client's own marshallers. */
 int marshalTransfer(Client& client, int& socket, const protocol::Command& entry, va_list args) {
     switch (entry.marshal) {
-    case Marshal::GenericShift:
-        return client.sendShiftargs(socket, args);
-    case Marshal::SharedApps:
-        return client.sendSharedApps(socket, args);
-    case Marshal::PumpData:
-        return client.sendPumpData(socket, args);
-    case Marshal::JtagInterface:
-        return client.JTAGInterfaceFunc(socket, args);
+    case Marshal::GenericShift: return client.sendShiftargs(socket, args);
+    case Marshal::SharedApps: return client.sendSharedApps(socket, args);
+    case Marshal::PumpData: return client.sendPumpData(socket, args);
+    case Marshal::JtagInterface: return client.JTAGInterfaceFunc(socket, args);
     default: {
         // I2C or SSPI, the only other kinds that reach this function.
         const BusTransfer transfer =
@@ -136,29 +132,14 @@ int Client::Send(int command, ...) {
         int result = answered;
         const protocol::Command entry = protocol::shapeOf(command);
         switch (entry.marshal) {
-        case Marshal::Nothing:
-            break;
-        case Marshal::Unknown:
-            PrintMessage(message::unknownCommandNumber, name);
-            break;
-        case Marshal::TextsLenient:
-            result = utils.sendstrargs(clientSocket, entry.count, args);
-            break;
-        case Marshal::Ints:
-            result = utils.sendintargs(clientSocket, entry.count, args);
-            break;
-        case Marshal::TextsStrict:
-            result = utils.sendcharstarargs(clientSocket, entry.count, args);
-            break;
-        case Marshal::HeaderTrailer:
-            result = utils.sendSetHeaderTrailerargs(clientSocket, args);
-            break;
-        case Marshal::OpenSession:
-            result = openSession();
-            break;
-        case Marshal::CommandLock:
-            result = utils.DetermineMutex(clientSocket, commandMutex);
-            break;
+        case Marshal::Nothing: break;
+        case Marshal::Unknown: PrintMessage(message::unknownCommandNumber, name); break;
+        case Marshal::TextsLenient: result = utils.sendstrargs(clientSocket, entry.count, args); break;
+        case Marshal::Ints: result = utils.sendintargs(clientSocket, entry.count, args); break;
+        case Marshal::TextsStrict: result = utils.sendcharstarargs(clientSocket, entry.count, args); break;
+        case Marshal::HeaderTrailer: result = utils.sendSetHeaderTrailerargs(clientSocket, args); break;
+        case Marshal::OpenSession: result = openSession(); break;
+        case Marshal::CommandLock: result = utils.DetermineMutex(clientSocket, commandMutex); break;
         // The releases report the session lock flag as it stands afterwards.
         case Marshal::ReleaseCommandLock:
             commandMutex = 0;
@@ -178,9 +159,7 @@ int Client::Send(int command, ...) {
         case Marshal::PumpData:
         case Marshal::JtagInterface:
         case Marshal::I2C:
-        case Marshal::SSPI:
-            result = marshalTransfer(*this, clientSocket, entry, args);
-            break;
+        case Marshal::SSPI: result = marshalTransfer(*this, clientSocket, entry, args); break;
         }
 
         SetClientStatus(result);

@@ -16,10 +16,10 @@ namespace {
 namespace protocol = tetherhost::protocol;
 namespace wire = tetherhost::wire;
 namespace message = tetherhost::message;
+using protocol::SubPattern;
 using tetherhost::transfer::Channel;
 using tetherhost::transfer::Marshaller;
 using tetherhost::transfer::TokenNote;
-using protocol::SubPattern;
 
 /* The sub-command number is reported as if it were an integer argument. */
 constexpr Marshaller subCommandNumber{.sendFailedId = message::integerArgumentSendFailed,
@@ -33,8 +33,7 @@ constexpr Marshaller fractionFrame{.sendFailedId = message::fractionSendFailed,
 /* An int sent as a decimal fraction: through single precision, six digits
  * after the point (5 becomes 5.000000). */
 void formatFraction(wire::FrameBuffer& buffer, int value) {
-    std::snprintf(buffer.data(), protocol::frameSize, "%f",
-                  static_cast<double>(static_cast<float>(value)));
+    std::snprintf(buffer.data(), protocol::frameSize, "%f", static_cast<double>(static_cast<float>(value)));
 }
 
 }  // namespace
@@ -52,15 +51,10 @@ int Client::JTAGInterfaceFunc(int& socket, va_list args) {
 
     const protocol::SubCommand entry = protocol::subCommand(number);
     switch (entry.pattern) {
-    case SubPattern::Unknown:
-        PrintMessage(message::unknownJtagSubCommand);
-        [[fallthrough]];
-    case SubPattern::NoArgs:
-        break;
-    case SubPattern::Ints:
-        return utils.sendintargs(socket, entry.count, args);
-    case SubPattern::Texts:
-        return utils.sendcharstarargs(socket, entry.count, args);
+    case SubPattern::Unknown: PrintMessage(message::unknownJtagSubCommand); [[fallthrough]];
+    case SubPattern::NoArgs: break;
+    case SubPattern::Ints: return utils.sendintargs(socket, entry.count, args);
+    case SubPattern::Texts: return utils.sendcharstarargs(socket, entry.count, args);
     case SubPattern::IntTextInt:
         // Each frame goes out whatever became of the one before it; only the
         // last one's result counts.
@@ -76,8 +70,7 @@ int Client::JTAGInterfaceFunc(int& socket, va_list args) {
         const Channel fraction(socket, clientSink(*this), name, fractionFrame);
         buffer.clear();
         formatFraction(buffer, va_arg(args, int));
-        const int sent =
-            fraction.send(buffer.text(), static_cast<int>(buffer.textLength()) + 1);
+        const int sent = fraction.send(buffer.text(), static_cast<int>(buffer.textLength()) + 1);
         return sent < 0 ? sent : fraction.receiveAcknowledgement(buffer);
     }
     case SubPattern::FractionFixed: {
@@ -90,8 +83,7 @@ int Client::JTAGInterfaceFunc(int& socket, va_list args) {
         const long received = buffer.receive(socket, 2);
         return wire::failed(received) ? protocol::status::receiveFailed : static_cast<int>(received);
     }
-    case SubPattern::JtagShift:
-        return sendJTAGShiftargs(socket, args);
+    case SubPattern::JtagShift: return sendJTAGShiftargs(socket, args);
     }
     // Nothing follows the number: the result is its acknowledgement's byte count.
     return acknowledged;

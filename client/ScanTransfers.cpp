@@ -142,9 +142,7 @@ int Client::GetTDO(char* dest, int bitCount) {
     }
     if (dest == nullptr) return status::noDestination;
     const int wanted = protocol::byteCountOf(bitCount);
-    if (wanted > 0)
-        std::memcpy(dest, tdoData.data(),
-                    std::min(static_cast<std::size_t>(wanted), tdoData.size()));
+    if (wanted > 0) std::memcpy(dest, tdoData.data(), std::min(static_cast<std::size_t>(wanted), tdoData.size()));
     tdoData.clear();
     return 0;
 }

@@ -138,6 +138,5 @@ int ClientUtils::sendcharstarargs(int socket, int count, va_list args) {
 }
 
 int ClientUtils::sendSetHeaderTrailerargs(int socket, va_list args) {
-    return exchangeFrames(*this, clientName.c_str(), socket, headerTrailerCount, args,
-                          headerTrailerSender);
+    return exchangeFrames(*this, clientName.c_str(), socket, headerTrailerCount, args, headerTrailerSender);
 }

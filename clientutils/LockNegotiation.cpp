@@ -22,7 +22,8 @@ int ClientUtils::DetermineMutex(int& socket, int& lockFlag) {
     tetherhost::wire::FrameBuffer answer;
     const char* name = clientName.c_str();
     PrintMessage(message::askingForLock, name);
-    if (tetherhost::wire::failed(tetherhost::wire::sendBytes(socket, tetherhost::protocol::plusToken, sizeof tetherhost::protocol::plusToken))) {
+    if (tetherhost::wire::failed(tetherhost::wire::sendBytes(socket, tetherhost::protocol::plusToken,
+                                                             sizeof tetherhost::protocol::plusToken))) {
         PrintMessage(message::lockRequestSendFailed, name, name);
         return tetherhost::protocol::status::sendFailed;
     }

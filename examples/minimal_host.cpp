@@ -58,8 +58,8 @@ int main(int argc, char** argv) {
     if (status != 0) return fail(client, "GetTDO", status);
     // Bit 0 of byte 0 is the first bit out of TDO: the IDCODE of the device
     // next to the cable's TDO.
-    const unsigned long idcode = tdoBytes[0] | tdoBytes[1] << 8 | tdoBytes[2] << 16 |
-                                 static_cast<unsigned long>(tdoBytes[3]) << 24;
+    const unsigned long idcode =
+        tdoBytes[0] | tdoBytes[1] << 8 | tdoBytes[2] << 16 | static_cast<unsigned long>(tdoBytes[3]) << 24;
     std::printf("IDCODE of the device next to TDO: 0x%08lX (server's compare result %d)\n", idcode, mismatches);
 
     client.Send(34);  // give the command lock back

@@ -58,7 +58,8 @@ struct Session {
     /* A data block of `bits` bits (never a null pointer), filled with a
      * pattern; it lives until the input has run. */
     const char* block(int bits, std::uint8_t seed) {
-        std::vector<unsigned char>& bytes = blocks.emplace_back(static_cast<std::size_t>(std::max(protocol::byteCountOf(bits), 0)) + 1);
+        std::vector<unsigned char>& bytes =
+            blocks.emplace_back(static_cast<std::size_t>(std::max(protocol::byteCountOf(bits), 0)) + 1);
         for (std::size_t i = 0; i < bytes.size(); ++i) bytes[i] = static_cast<unsigned char>(seed + i * 7);
         return reinterpret_cast<const char*>(bytes.data());
     }
@@ -286,12 +287,9 @@ int directTransfer(Session& s, FuzzInput& in) {
     Client& client = s.client;
     int socket = s.socket();
     switch (in.byte() % 7) {
-    case 0:
-        return GenericShift::from(in).apply(s, direct([&](va_list l) { return client.sendShiftargs(socket, l); }));
-    case 1:
-        return JtagShift::from(in).apply(s, direct([&](va_list l) { return client.sendJTAGShiftargs(socket, l); }));
-    case 2:
-        return PumpData::from(in).apply(s, direct([&](va_list l) { return client.sendPumpData(socket, l); }));
+    case 0: return GenericShift::from(in).apply(s, direct([&](va_list l) { return client.sendShiftargs(socket, l); }));
+    case 1: return JtagShift::from(in).apply(s, direct([&](va_list l) { return client.sendJTAGShiftargs(socket, l); }));
+    case 2: return PumpData::from(in).apply(s, direct([&](va_list l) { return client.sendPumpData(socket, l); }));
     case 3:
     case 4: {
         const bool i2c = in.byte() % 2 == 0;
@@ -300,12 +298,11 @@ int directTransfer(Session& s, FuzzInput& in) {
         const int withReadBack = shape >> 1 & 1;
         const BusTransfer transfer = BusTransfer::from(in, i2c);
         return transfer.apply(s, withWrite != 0, direct([&](va_list l) {
-            return i2c ? client.sendI2CShiftargs(socket, withWrite, withReadBack, l)
-                       : client.sendSSPIShiftargs(socket, withWrite, withReadBack, l);
-        }));
+                                  return i2c ? client.sendI2CShiftargs(socket, withWrite, withReadBack, l)
+                                             : client.sendSSPIShiftargs(socket, withWrite, withReadBack, l);
+                              }));
     }
-    case 5:
-        return SharedApps::from(in).apply(s, direct([&](va_list l) { return client.sendSharedApps(socket, l); }));
+    case 5: return SharedApps::from(in).apply(s, direct([&](va_list l) { return client.sendSharedApps(socket, l); }));
     default:
         return SubCommand::from(in).apply(s, direct([&](va_list l) { return client.JTAGInterfaceFunc(socket, l); }));
     }

@@ -34,8 +34,7 @@ std::string readPiece(FuzzInput& in) {
     return in.bytes(length == 0xFF ? longPiece : length);
 }
 
-HostileServer::HostileServer(Pieces pieces, Transport transport)
-    : pending(std::move(pieces)), transport(transport) {}
+HostileServer::HostileServer(Pieces pieces, Transport transport) : pending(std::move(pieces)), transport(transport) {}
 
 HostileServer::~HostileServer() { closeAll(); }
 

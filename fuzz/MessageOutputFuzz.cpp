@@ -61,7 +61,8 @@ std::vector<Argument> argumentsFor(std::string& messageTemplate, FuzzInput& inpu
             messageTemplate.resize(i);
             break;
         }
-        arguments.push_back(text ? Argument{true, 0, input.text(maxTextArgument)} : Argument{false, input.integer(), {}});
+        arguments.push_back(text ? Argument{true, 0, input.text(maxTextArgument)}
+                                 : Argument{false, input.integer(), {}});
         i += 3;
     }
     return arguments;

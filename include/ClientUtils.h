@@ -51,8 +51,7 @@ private:
 
 /** One whole JTAG shift (command 44, sub-command 12) on an open socket,
  * without a Client. Returns 0, -1001 or -1002. */
-TETHERHOST_API int SendJTAGShiftData(int& socket, int flags, int bitCount, int blockCount,
-                                     LByteBuffer firstBuffer, LByteBuffer secondBuffer,
-                                     LByteBuffer thirdBuffer);
+TETHERHOST_API int SendJTAGShiftData(int& socket, int flags, int bitCount, int blockCount, LByteBuffer firstBuffer,
+                                     LByteBuffer secondBuffer, LByteBuffer thirdBuffer);
 
 #endif

@@ -33,8 +33,8 @@ void fillTemplate(const std::string& messageTemplate, va_list args, std::string&
     }
 }
 
-void appendLogLine(msgManager& messages, FILE*& logFile, const std::string& logFileName,
-                   const std::string& id, va_list args) {
+void appendLogLine(msgManager& messages, FILE*& logFile, const std::string& logFileName, const std::string& id,
+                   va_list args) {
     logFile = std::fopen(logFileName.c_str(), "a");
     if (logFile == nullptr) return;
     std::string messageTemplate;

@@ -20,8 +20,8 @@ void fillTemplate(const std::string& messageTemplate, va_list args, std::string&
  * the file is opened in append mode, written and closed again, and `logFile`
  * keeps the closed stream as the marker that logging is on. When the file
  * cannot be opened the line is skipped and `logFile` becomes null. */
-void appendLogLine(msgManager& messages, FILE*& logFile, const std::string& logFileName,
-                   const std::string& id, va_list args);
+void appendLogLine(msgManager& messages, FILE*& logFile, const std::string& logFileName, const std::string& id,
+                   va_list args);
 
 /* Where a message goes when debugging is on and a log file is set. */
 enum class WhenBothOn {

@@ -60,7 +60,8 @@ msgManager::msgManager(const char* module) {
     std::call_once(shared.opened, [&shared, module] {
         shared.module = module;
         shared.handle = catopen(module, NL_CAT_LOCALE);
-        shared.available = shared.handle != reinterpret_cast<nl_catd>(-1);  // NOLINT(performance-no-int-to-ptr): catopen's failure value
+        shared.available = shared.handle !=
+                           reinterpret_cast<nl_catd>(-1);  // NOLINT(performance-no-int-to-ptr): catopen's failure value
     });
 }
 

@@ -76,9 +76,7 @@ struct Command {
 
 /* Commands of 28 or less, other than 1, 3 and 4, reach the server only while
  * the client holds both locks. */
-constexpr bool isLockGuarded(int command) {
-    return command <= 28 && command != 1 && command != 3 && command != 4;
-}
+constexpr bool isLockGuarded(int command) { return command <= 28 && command != 1 && command != 3 && command != 4; }
 
 /* Commands 4 and 33 end with the lock answer; every other command ends with
  * the server's integer reply. */
@@ -91,6 +89,8 @@ constexpr bool reconnectsOnFailure(int number) {
     return number == command::statusReport || number == command::openSession;
 }
 
+// The case lists are laid out by hand, a few numbers to a line.
+// clang-format off
 constexpr Command shapeOf(int number) {
     switch (number) {
     case 1: case 6: case 8: case 10: case 11: case 13: case 14: case 22:
@@ -145,6 +145,8 @@ constexpr Command shapeOf(int number) {
     }
 }
 
+// clang-format on
+
 /* Argument patterns of the JTAG-interface sub-commands (command 44). */
 enum class SubPattern : unsigned char {
     Unknown,           // nothing more is sent; message "2000"
@@ -172,32 +174,27 @@ struct Range {
 };
 
 template <std::size_t N>
-constexpr void mark(std::array<SubCommand, subCommandCount>& table, const Range (&ranges)[N],
-                    SubCommand value) {
+constexpr void mark(std::array<SubCommand, subCommandCount>& table, const Range (&ranges)[N], SubCommand value) {
     for (const Range& r : ranges)
         for (int n = r.first; n <= r.last; ++n) table[static_cast<std::size_t>(n)] = value;
 }
 
 constexpr std::array<SubCommand, subCommandCount> buildSubCommands() {
     std::array<SubCommand, subCommandCount> table{};
-    constexpr Range noArgs[] = {{3, 4},     {7, 10},    {14, 16},   {27, 27},   {29, 29},
-                                {37, 44},   {47, 48},   {50, 50},   {52, 52},   {54, 54},
-                                {56, 56},   {58, 59},   {61, 62},   {65, 67},   {73, 75},
-                                {79, 80},   {82, 82},   {85, 85},   {87, 88},   {94, 94},
-                                {100, 101}, {103, 103}, {105, 105}, {107, 109}, {111, 111},
-                                {113, 113}, {118, 119}, {121, 121}, {123, 123}, {125, 129},
-                                {131, 131}, {135, 139}};
-    constexpr Range oneInt[] = {{2, 2},     {11, 11},   {13, 13},   {17, 26},   {28, 28},
-                                {34, 35},   {45, 46},   {49, 49},   {57, 57},   {63, 64},
-                                {68, 68},   {71, 71},   {77, 77},   {81, 81},   {92, 92},
-                                {95, 95},   {104, 104}, {106, 106}, {110, 110}, {117, 117},
-                                {132, 132}, {134, 134}, {141, 143}};
+    constexpr Range noArgs[] = {{3, 4},     {7, 10},    {14, 16},   {27, 27},   {29, 29},   {37, 44},   {47, 48},
+                                {50, 50},   {52, 52},   {54, 54},   {56, 56},   {58, 59},   {61, 62},   {65, 67},
+                                {73, 75},   {79, 80},   {82, 82},   {85, 85},   {87, 88},   {94, 94},   {100, 101},
+                                {103, 103}, {105, 105}, {107, 109}, {111, 111}, {113, 113}, {118, 119}, {121, 121},
+                                {123, 123}, {125, 129}, {131, 131}, {135, 139}};
+    constexpr Range oneInt[] = {{2, 2},     {11, 11},   {13, 13},   {17, 26},   {28, 28},   {34, 35},
+                                {45, 46},   {49, 49},   {57, 57},   {63, 64},   {68, 68},   {71, 71},
+                                {77, 77},   {81, 81},   {92, 92},   {95, 95},   {104, 104}, {106, 106},
+                                {110, 110}, {117, 117}, {132, 132}, {134, 134}, {141, 143}};
     constexpr Range twoInts[] = {{5, 6}, {76, 76}, {91, 91}, {96, 96}, {140, 140}};
     constexpr Range threeInts[] = {{93, 93}};
     constexpr Range fiveInts[] = {{89, 90}};
-    constexpr Range oneText[] = {{1, 1},   {51, 51},   {53, 53},   {55, 55},   {60, 60},
-                                 {78, 78}, {84, 84},   {86, 86},   {102, 102}, {112, 112},
-                                 {114, 115}, {122, 122}};
+    constexpr Range oneText[] = {{1, 1},   {51, 51}, {53, 53},   {55, 55},   {60, 60},   {78, 78},
+                                 {84, 84}, {86, 86}, {102, 102}, {112, 112}, {114, 115}, {122, 122}};
     constexpr Range twoTexts[] = {{83, 83}, {116, 116}, {124, 124}};
     constexpr Range intTextInt[] = {{30, 33}};
     constexpr Range intThenEmpty[] = {{120, 120}};

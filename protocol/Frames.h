@@ -58,9 +58,7 @@ constexpr int byteCountOf(int bitCount) {
 
 /** (byteCount + 1023) / 1024, truncating toward zero: 0 or less for byte
  * counts of 0 or less. */
-constexpr std::int64_t chunkCountOf(std::int64_t byteCount) {
-    return (byteCount + (frameBytes - 1)) / frameBytes;
-}
+constexpr std::int64_t chunkCountOf(std::int64_t byteCount) { return (byteCount + (frameBytes - 1)) / frameBytes; }
 
 /** The shape of one data block on the wire: its byte and chunk counts, and
  * whether it travels whole or in 1024-byte chunks. The JTAG and generic

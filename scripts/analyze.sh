@@ -1,11 +1,12 @@
 #!/usr/bin/env bash
 # Static analysis of the whole tree with the checked-in configurations:
-# clang-tidy (.clang-tidy) and cppcheck (the checks below and
-# .cppcheck-suppressions), over every translation unit of a clang
-# configuration with CMAKE_EXPORT_COMPILE_COMMANDS=ON in BUILD_DIR (default
-# build-analyze), the tests, tools, benchmarks and fuzz targets included.
+# clang-format (.clang-format: every C++ file is formatted), clang-tidy
+# (.clang-tidy) and cppcheck (the checks below and .cppcheck-suppressions),
+# the last two over every translation unit of a clang configuration with
+# CMAKE_EXPORT_COMPILE_COMMANDS=ON in BUILD_DIR (default build-analyze),
+# the tests, tools, benchmarks and fuzz targets included.
 # Nothing is compiled but the message texts the sources include. A finding of
-# either tool fails the run. Extra arguments go to cmake's configure step.
+# any tool fails the run. Extra arguments go to cmake's configure step.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 source_dir=$(pwd)
@@ -24,6 +25,10 @@ CC=clang CXX=clang++ cmake -S . -B "$build_dir" -G Ninja -DCMAKE_EXPORT_COMPILE_
 cmake --build "$build_dir" --target tetherhost_catalogues >/dev/null
 
 status=0
+echo "== clang-format"
+# Every C++ source and header that git tracks, the test data aside.
+git ls-files -z '*.cpp' '*.h' ':!:tests/data/**' | xargs -0 clang-format --dry-run --Werror || status=1
+
 echo "== clang-tidy"
 # Only the project's own sources, not what a build folder inside the tree
 # holds, nor the source that tests/layout keeps to prove it does not compile.

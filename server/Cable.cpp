@@ -8,13 +8,10 @@
 namespace tetherhost::sim {
 
 Cable::Cable(const CableConfig& config)
-    : jtag(config.chain),
-      sspi(config.sspiSize),
-      eeprom(config.i2cAddress, config.i2cSize),
-      pump(config.pumpCapacity) {}
+    : jtag(config.chain), sspi(config.sspiSize), eeprom(config.i2cAddress, config.i2cSize), pump(config.pumpCapacity) {}
 
-ShiftResult Cable::shift(int flags, std::int64_t bitCount, const std::string& tdi,
-                         const std::string* expected, const std::string* mask) {
+ShiftResult Cable::shift(int flags, std::int64_t bitCount, const std::string& tdi, const std::string* expected,
+                         const std::string* mask) {
     ShiftResult result;
     if (bitCount > maxScanBits) {
         result.status = reply::tooLong;
@@ -50,8 +47,7 @@ int Cable::sspiReadStatus(std::int64_t address, std::size_t count) const {
     return sspi.contains(address, count) ? reply::done : reply::outOfRange;
 }
 
-std::string Cable::sspiRead(std::int64_t address, std::size_t count, std::size_t offset,
-                            std::size_t length) const {
+std::string Cable::sspiRead(std::int64_t address, std::size_t count, std::size_t offset, std::size_t length) const {
     if (sspiReadStatus(address, count) != reply::done) return std::string(length, '\xFF');
     return sspi.read(address + static_cast<std::int64_t>(offset), length);
 }
@@ -69,8 +65,7 @@ int Cable::i2cReadStatus(int busAddress, std::int64_t wordAddress) const {
     return eeprom.validWordAddress(wordAddress) ? reply::done : reply::outOfRange;
 }
 
-std::string Cable::i2cRead(int busAddress, std::int64_t wordAddress, std::size_t offset,
-                           std::size_t length) const {
+std::string Cable::i2cRead(int busAddress, std::int64_t wordAddress, std::size_t offset, std::size_t length) const {
     if (i2cReadStatus(busAddress, wordAddress) != reply::done) return std::string(length, '\xFF');
     const auto start = static_cast<std::size_t>(wordAddress) + offset % eeprom.size();
     return eeprom.read(static_cast<std::int64_t>(start % eeprom.size()), length);
@@ -95,8 +90,6 @@ int Cable::setSharedApps(std::string_view block) {
     return sharedAppCount();
 }
 
-int Cable::sharedAppCount() const {
-    return static_cast<int>(std::count(sharedList.begin(), sharedList.end(), ';'));
-}
+int Cable::sharedAppCount() const { return static_cast<int>(std::count(sharedList.begin(), sharedList.end(), ';')); }
 
 }  // namespace tetherhost::sim

@@ -60,8 +60,8 @@ public:
     /** A scan of `bitCount` bits of `tdi`, an instruction scan when `flags`
      * has shiftFlag::instructionScan. With `mask`, the TDO is compared with
      * `expected` (or zeros) where the mask is 1. */
-    ShiftResult shift(int flags, std::int64_t bitCount, const std::string& tdi,
-                      const std::string* expected, const std::string* mask);
+    ShiftResult shift(int flags, std::int64_t bitCount, const std::string& tdi, const std::string* expected,
+                      const std::string* mask);
     /** Number of devices; `description` becomes "name,irLength,idcode;" per
      * device from TDI to TDO, the IDCODE as 0x and eight hex digits or "none". */
     int describeChain(std::string& description) const;

@@ -92,7 +92,8 @@ CableConfig parseCableConfig(const std::string& text) {
         if (document.contains("i2c")) {
             const json& i2c = document.at("i2c");
             checkKeys(i2c, "i2c", {"address", "size"});
-            if (i2c.contains("address")) config.i2cAddress = static_cast<int>(number(i2c.at("address"), "i2c.address", 0x7F));
+            if (i2c.contains("address"))
+                config.i2cAddress = static_cast<int>(number(i2c.at("address"), "i2c.address", 0x7F));
             if (i2c.contains("size")) config.i2cSize = number(i2c.at("size"), "i2c.size", maxMemory);
             if (config.i2cSize == 0) throw std::runtime_error("i2c.size: must be at least 1");
         }

@@ -41,9 +41,9 @@
 namespace tetherhost::sim {
 
 namespace protocol = tetherhost::protocol;
-using protocol::frameSize;
 using protocol::BlockShape;
 using protocol::FrameReader;
+using protocol::frameSize;
 using protocol::plusFrame;
 
 /* Command 4 always sends this many option frames. */
@@ -97,7 +97,8 @@ private:
     asio::awaitable<void> acknowledge(std::string_view item);
     asio::awaitable<void> waitClientDrained();
     asio::awaitable<void> readBack(const BlockShape& shape, bool framed, const Producer& produce);
-    asio::awaitable<void> finishTransfer(const BlockShape& shape, bool withReadBack, bool framed, const Producer& produce);
+    asio::awaitable<void> finishTransfer(const BlockShape& shape, bool withReadBack, bool framed,
+                                         const Producer& produce);
 
     // Commands.
     asio::awaitable<void> next();
@@ -124,9 +125,9 @@ private:
     ConnectionId id;
     FrameReader reader;
     StallWatch watch;
-    bool betweenCommands = false;  // waiting for a command: may wait for ever
+    bool betweenCommands = false;                     // waiting for a command: may wait for ever
     TransferMemory::Hold held{state.transferMemory};  // for the command being served
-    bool overBudget = false;       // a block of it did not fit and was not kept
+    bool overBudget = false;                          // a block of it did not fit and was not kept
     std::string clientName;
     std::string label;         // the command being served, for the trace
     std::string commandToken;  // its frame's text

@@ -17,9 +17,7 @@ void setBit(std::string& bits, std::size_t index) {
     bits[index / 8] = static_cast<char>(static_cast<unsigned char>(bits[index / 8]) | (1U << (index % 8)));
 }
 
-std::uint64_t lowBits(int length) {
-    return length >= 64 ? ~std::uint64_t{0} : (std::uint64_t{1} << length) - 1;
-}
+std::uint64_t lowBits(int length) { return length >= 64 ? ~std::uint64_t{0} : (std::uint64_t{1} << length) - 1; }
 
 constexpr std::uint32_t makeIdcode(std::uint32_t version, std::uint32_t part) {
     // Manufacturer field 0x0FF: identity code 0x7F after one continuation
@@ -56,9 +54,8 @@ TapState nextTapState(TapState state, bool tms) {
 
 const char* tapStateName(TapState state) {
     static constexpr std::array<const char*, tapStateCount> names = {
-        "Test-Logic-Reset", "Run-Test/Idle", "Select-DR-Scan", "Capture-DR",
-        "Shift-DR",         "Exit1-DR",      "Pause-DR",       "Exit2-DR",
-        "Update-DR",        "Select-IR-Scan", "Capture-IR",    "Shift-IR",
+        "Test-Logic-Reset", "Run-Test/Idle", "Select-DR-Scan", "Capture-DR",     "Shift-DR",   "Exit1-DR",
+        "Pause-DR",         "Exit2-DR",      "Update-DR",      "Select-IR-Scan", "Capture-IR", "Shift-IR",
         "Exit1-IR",         "Pause-IR",      "Exit2-IR",       "Update-IR"};
     return names[static_cast<std::size_t>(state)];
 }
@@ -77,8 +74,7 @@ std::string validateChain(const std::vector<TapDevice>& devices) {
     if (devices.size() > maxDevices) return "the chain has more than 32 devices";
     for (const TapDevice& device : devices) {
         const std::string which = "device \"" + device.name + "\": ";
-        if (device.irLength < 2 || device.irLength > maxIrLength)
-            return which + "irLength must be 2 to 32";
+        if (device.irLength < 2 || device.irLength > maxIrLength) return which + "irLength must be 2 to 32";
         if (device.idcode && (*device.idcode & 1U) == 0) return which + "IDCODE bit 0 must be 1";
         const std::uint64_t bypass = lowBits(device.irLength);
         if (device.idcode && (device.idcodeInstruction > bypass || device.idcodeInstruction == bypass))
@@ -87,8 +83,8 @@ std::string validateChain(const std::vector<TapDevice>& devices) {
     return {};
 }
 
-std::size_t countMismatches(const std::string& bits, const std::string& expected,
-                            const std::string& mask, std::size_t bitCount) {
+std::size_t countMismatches(const std::string& bits, const std::string& expected, const std::string& mask,
+                            std::size_t bitCount) {
     std::size_t differing = 0;
     for (std::size_t i = 0; i < bitCount; ++i)
         if (bitAt(mask, i) && bitAt(bits, i) != bitAt(expected, i)) ++differing;
@@ -104,8 +100,7 @@ JtagChain::JtagChain(std::vector<TapDevice> devices) : descriptions(std::move(de
 
 std::uint32_t JtagChain::resetInstruction(std::size_t index) const {
     const TapDevice& device = descriptions[index];
-    return device.idcode ? device.idcodeInstruction
-                         : static_cast<std::uint32_t>(lowBits(device.irLength));
+    return device.idcode ? device.idcodeInstruction : static_cast<std::uint32_t>(lowBits(device.irLength));
 }
 
 bool JtagChain::selectsIdcode(std::size_t index) const {

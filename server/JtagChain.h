@@ -68,8 +68,8 @@ enum class ScanKind { Instruction, Data };
 
 /** Bits of `bits` that differ from `expected` where `mask` is 1, among the
  * first `bitCount`. Missing bytes count as 0. */
-std::size_t countMismatches(const std::string& bits, const std::string& expected,
-                            const std::string& mask, std::size_t bitCount);
+std::size_t countMismatches(const std::string& bits, const std::string& expected, const std::string& mask,
+                            std::size_t bitCount);
 
 class JtagChain {
 public:

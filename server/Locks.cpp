@@ -20,8 +20,6 @@ void Locks::releaseAll(ConnectionId who) {
     release(Lock::Command, who);
 }
 
-bool Locks::holdsBoth(ConnectionId who) const {
-    return holder(Lock::Session) == who && holder(Lock::Command) == who;
-}
+bool Locks::holdsBoth(ConnectionId who) const { return holder(Lock::Session) == who && holder(Lock::Command) == who; }
 
 }  // namespace tetherhost::sim

@@ -54,9 +54,9 @@ private:
 
 /** How a pump transfer treats the pump buffer. */
 enum class PumpMode {
-    Append = 0,   // the block is added behind what the buffer holds
-    ReadOnly = 1, // the block only sets how much may be read back; it is not kept
-    Replace = 2,  // the buffer is emptied, then the block is added
+    Append = 0,    // the block is added behind what the buffer holds
+    ReadOnly = 1,  // the block only sets how much may be read back; it is not kept
+    Replace = 2,   // the buffer is emptied, then the block is added
 };
 
 std::optional<PumpMode> pumpModeFrom(int value);

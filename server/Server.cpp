@@ -18,8 +18,13 @@
 namespace tetherhost::sim {
 
 Server::Server(asio::io_context& io, Cable& cable, Trace& trace, const Limits& limits, std::chrono::seconds idleExit)
-    : io(io), acceptor(io), idleTimer(io), signals(io, SIGINT, SIGTERM), idleExit(idleExit),
-      state(cable, trace, limits), spareDescriptor(open("/dev/null", O_RDONLY | O_CLOEXEC)) {}
+    : io(io),
+      acceptor(io),
+      idleTimer(io),
+      signals(io, SIGINT, SIGTERM),
+      idleExit(idleExit),
+      state(cable, trace, limits),
+      spareDescriptor(open("/dev/null", O_RDONLY | O_CLOEXEC)) {}
 
 Server::~Server() {
     if (spareDescriptor >= 0) close(spareDescriptor);
@@ -57,7 +62,8 @@ asio::awaitable<void> Server::accept() {
             // for one, try once more (a connection may have ended
             // meanwhile), and only then make room to refuse it.
             if (!connectionWaiting) {
-                const auto [waitError] = co_await acceptor.async_wait(asio::socket_base::wait_read, as_tuple(asio::use_awaitable));
+                const auto [waitError] =
+                    co_await acceptor.async_wait(asio::socket_base::wait_read, as_tuple(asio::use_awaitable));
                 if (waitError == asio::error::operation_aborted) co_return;
                 connectionWaiting = true;
                 continue;

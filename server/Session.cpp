@@ -117,12 +117,8 @@ asio::awaitable<int> Conversation::perform(int number) {
 
 int Conversation::plain(int number) {
     switch (number) {
-    case protocol::command::statusReport:
-        textReply = statusReport(state);
-        return reply::done;
-    case protocol::command::sharedAppList:
-        textReply = cable.sharedApps();
-        return cable.sharedAppCount();
+    case protocol::command::statusReport: textReply = statusReport(state); return reply::done;
+    case protocol::command::sharedAppList: textReply = cable.sharedApps(); return cable.sharedAppCount();
     default: return reply::done;
     }
 }

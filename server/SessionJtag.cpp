@@ -49,12 +49,8 @@ asio::awaitable<int> Conversation::jtagInterface() {
 
 int Conversation::plainSubCommand(int number) {
     switch (number) {
-    case protocol::sub::resetTaps:
-        cable.jtag.reset();
-        return reply::done;
-    case protocol::sub::toRunTestIdle:
-        cable.jtag.moveTo(TapState::RunTestIdle);
-        return reply::done;
+    case protocol::sub::resetTaps: cable.jtag.reset(); return reply::done;
+    case protocol::sub::toRunTestIdle: cable.jtag.moveTo(TapState::RunTestIdle); return reply::done;
     case protocol::sub::describeChain: {
         std::string description;
         const int devices = cable.describeChain(description);
@@ -74,7 +70,8 @@ asio::awaitable<int> Conversation::jtagShift() {
     const int withSecond = co_await integer("second");
     const int withThird = co_await integer("third");
     const BlockShape shape = BlockShape::ofShift(bitCount);
-    if (shape.single && shape.byteCount < 0) co_return reply::done;  // the library's block send of byteCount + 1 bytes fails
+    if (shape.single && shape.byteCount < 0)
+        co_return reply::done;  // the library's block send of byteCount + 1 bytes fails
 
     // Block 1 is TDI; block 2 the expected TDO and block 3 its mask.
     static constexpr std::array<const char*, 3> names = {"tdi", "expected", "mask"};
@@ -105,7 +102,9 @@ asio::awaitable<int> Conversation::jtagShift() {
         // The library receives the status and the read-back without
         // sending in between: the status must be taken before the data go.
         co_await waitClientDrained();
-        const Producer produce = [&](std::size_t offset, std::size_t length) { return slice(shifted.tdo, offset, length); };
+        const Producer produce = [&](std::size_t offset, std::size_t length) {
+            return slice(shifted.tdo, offset, length);
+        };
         co_await readBack(shape, true, produce);
     }
     co_return static_cast<int>(std::min<std::size_t>(shifted.mismatches, 0x7FFFFFFF));

@@ -18,7 +18,8 @@ asio::awaitable<void> Conversation::oneCallShift() {
     label = commandToken + "/-";
     const std::string sub = co_await fixedFrameText("sub-command");
     co_await acknowledge("ack");
-    if (sub != std::to_string(protocol::sub::jtagShift)) throw ProtocolError("one-call frame is not a shift: " + shortened(sub));
+    if (sub != std::to_string(protocol::sub::jtagShift))
+        throw ProtocolError("one-call frame is not a shift: " + shortened(sub));
     label = commandToken + "/" + sub;
     const std::string flagsFrame = co_await fixedFrameText("flags");
     co_await acknowledge("ack");

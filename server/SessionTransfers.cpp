@@ -33,7 +33,8 @@ asio::awaitable<int> Conversation::pumpData() {
     const int mode = co_await integer("mode");
     const int withReadBack = co_await integer("read-back");
     const BlockShape shape = BlockShape::ofTransfer(bitCount);
-    if (shape.single && shape.byteCount <= 0) co_return reply::done;  // the library cannot send an empty block and stops
+    if (shape.single && shape.byteCount <= 0)
+        co_return reply::done;  // the library cannot send an empty block and stops
 
     // The block is gathered first and stored whole, so transfers of several
     // clients never interleave in the buffer.
@@ -67,11 +68,14 @@ asio::awaitable<int> Conversation::sspiTransfer(int withWrite, int withReadBack)
     const BlockShape shape = BlockShape::ofTransfer(bitCount);
     int status = reply::done;
     if (withWrite != 0) {
-        if (shape.single && shape.byteCount <= 0) co_return reply::done;  // the library cannot send an empty block and stops
+        if (shape.single && shape.byteCount <= 0)
+            co_return reply::done;  // the library cannot send an empty block and stops
         const std::int64_t keep = shape.byteCount <= static_cast<std::int64_t>(cable.sspi.size()) ? shape.byteCount : 0;
         const std::string data = co_await block(shape, keep);
-        if (overBudget) status = reply::busy;
-        else status = keep == shape.byteCount ? cable.sspiWrite(address, data, options) : reply::outOfRange;
+        if (overBudget)
+            status = reply::busy;
+        else
+            status = keep == shape.byteCount ? cable.sspiWrite(address, data, options) : reply::outOfRange;
     }
     if (withReadBack == 0) {
         co_await acknowledge("ack");
@@ -92,12 +96,15 @@ asio::awaitable<int> Conversation::i2cTransfer(int withWrite, int withReadBack) 
     const int bitCount = co_await integer("bits");
     co_await integer("last");
     // The library sends the device's bus address bit-reversed.
-    const int busAddress = device >= 0 && device <= 0xFF ? protocol::reverseBits(static_cast<unsigned char>(device)) : -1;
+    const int busAddress =
+        device >= 0 && device <= 0xFF ? protocol::reverseBits(static_cast<unsigned char>(device)) : -1;
     const BlockShape shape = BlockShape::ofTransfer(bitCount);
     int status = reply::done;
     if (withWrite != 0) {
-        if (shape.single && shape.byteCount <= 0) co_return reply::done;  // the library cannot send an empty block and stops
-        const std::int64_t keep = shape.byteCount <= static_cast<std::int64_t>(cable.eeprom.size()) ? shape.byteCount : 0;
+        if (shape.single && shape.byteCount <= 0)
+            co_return reply::done;  // the library cannot send an empty block and stops
+        const std::int64_t keep =
+            shape.byteCount <= static_cast<std::int64_t>(cable.eeprom.size()) ? shape.byteCount : 0;
         std::string data = co_await block(shape, keep);
         for (char& byte : data) byte = static_cast<char>(protocol::reverseBits(static_cast<unsigned char>(byte)));
         status = keep == shape.byteCount ? cable.i2cWrite(busAddress, wordAddress, data) : reply::outOfRange;

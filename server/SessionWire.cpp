@@ -95,7 +95,8 @@ asio::awaitable<std::string> Conversation::chunkedBlock(std::int64_t byteCount, 
         const std::size_t sent = padded ? frameSize : length;
         const std::string chunk = co_await bytes(sent, "chunk");
         co_await acknowledge("ack");
-        if (offset < keep) kept.append(chunk, 0, static_cast<std::size_t>(std::min<std::int64_t>(length, keep - offset)));
+        if (offset < keep)
+            kept.append(chunk, 0, static_cast<std::size_t>(std::min<std::int64_t>(length, keep - offset)));
     }
     co_return kept;
 }
@@ -118,9 +119,7 @@ asio::awaitable<void> Conversation::send(std::string_view frame, std::string_vie
     watch.progress();
 }
 
-asio::awaitable<void> Conversation::acknowledge(std::string_view item) {
-    co_await send(plusFrame, item, true);
-}
+asio::awaitable<void> Conversation::acknowledge(std::string_view item) { co_await send(plusFrame, item, true); }
 
 /* Waits until the client has read everything sent so far: our unsent queue
  * is empty and the client's socket holds no unread bytes. Polled with a
@@ -141,7 +140,8 @@ asio::awaitable<void> Conversation::waitClientDrained() {
         if (steady_clock::now() >= deadline) co_return;  // a client that stopped reading gets it anyway
         // When the kernel cannot tell (-1), one pause of the longest length
         // stands in for the answer.
-        pause = unread < 0 ? longestPause : std::min(pause == microseconds(0) ? microseconds(10) : pause * 2, longestPause);
+        pause =
+            unread < 0 ? longestPause : std::min(pause == microseconds(0) ? microseconds(10) : pause * 2, longestPause);
         timer.expires_after(pause);
         co_await timer.async_wait(use_awaitable);
         if (unread < 0) co_return;
@@ -165,7 +165,8 @@ asio::awaitable<void> Conversation::readBack(const BlockShape& shape, bool frame
     for (std::int64_t i = 0; i < shape.chunkCount; ++i) {
         const std::size_t offset = static_cast<std::size_t>(i) * payload;
         const std::size_t length = offset < total ? std::min(payload, total - offset) : 0;
-        const std::string chunk = std::string(framed ? protocol::plusText : std::string_view()) + produce(offset, length);
+        const std::string chunk =
+            std::string(framed ? protocol::plusText : std::string_view()) + produce(offset, length);
         co_await send(chunk, "read-back", false);
         co_await goToken();
     }

@@ -28,9 +28,7 @@ std::string escaped(std::string_view frame, bool blanks) {
     return result;
 }
 
-std::string quoted(std::string_view frame) {
-    return "\"" + escaped(frame, false) + "\"";
-}
+std::string quoted(std::string_view frame) { return "\"" + escaped(frame, false) + "\""; }
 
 }  // namespace
 
@@ -68,10 +66,9 @@ void Trace::write(const Where& where, char direction, std::string_view item, con
     // can break a line of the trace or forge one.
     const std::string client = where.client.empty() ? std::string("-") : escaped(where.client, true);
     const std::string command = where.command.empty() ? std::string("-") : escaped(where.command, true);
-    std::fprintf(out, "%.6f c%llu %.*s %c %.*s %.*s %s\n", seconds,
-                 static_cast<unsigned long long>(where.connection), static_cast<int>(client.size()),
-                 client.c_str(), direction, static_cast<int>(command.size()), command.c_str(),
-                 static_cast<int>(item.size()), item.data(), rest.c_str());
+    std::fprintf(out, "%.6f c%llu %.*s %c %.*s %.*s %s\n", seconds, static_cast<unsigned long long>(where.connection),
+                 static_cast<int>(client.size()), client.c_str(), direction, static_cast<int>(command.size()),
+                 command.c_str(), static_cast<int>(item.size()), item.data(), rest.c_str());
 }
 
 }  // namespace tetherhost::sim

@@ -74,7 +74,8 @@ int main(int argc, char** argv) try {
     Options options;
     CLI::App app{"tetherhost: the tetherhost server simulator, a server on 127.0.0.1 with a virtual cable"};
     app.add_option("--port", options.port, "TCP port on 127.0.0.1 (default 4001)")->check(CLI::Range(1, 65535));
-    app.add_option("--idle-exit", options.idleExit, "exit after this many seconds without clients; 0: never (default 60)")
+    app.add_option("--idle-exit", options.idleExit,
+                   "exit after this many seconds without clients; 0: never (default 60)")
         ->check(CLI::NonNegativeNumber);
     app.add_option("--trace", options.trace, "write one line per frame to FILE ('-': standard error)");
     app.add_option("--chain", options.chain, "JSON file describing the cable's devices")->check(CLI::ExistingFile);

@@ -125,8 +125,8 @@ const nlmsghdr* describeUnixSocket(std::uint32_t inode, std::uint32_t show) {
 template <typename Value>
 std::optional<Value> unixAttribute(const nlmsghdr* description, unsigned short type) {
     int length = static_cast<int>(description->nlmsg_len) - NLMSG_LENGTH(sizeof(unix_diag_msg));
-    const auto* attribute = reinterpret_cast<const rtattr*>(
-        static_cast<const char*>(NLMSG_DATA(description)) + NLMSG_ALIGN(sizeof(unix_diag_msg)));
+    const auto* attribute = reinterpret_cast<const rtattr*>(static_cast<const char*>(NLMSG_DATA(description)) +
+                                                            NLMSG_ALIGN(sizeof(unix_diag_msg)));
     for (; RTA_OK(attribute, length); attribute = RTA_NEXT(attribute, length)) {
         if (attribute->rta_type == type && RTA_PAYLOAD(attribute) >= sizeof(Value)) {
             Value value;
@@ -141,7 +141,7 @@ std::optional<Value> unixAttribute(const nlmsghdr* description, unsigned short t
  * holding the data, several hundred bytes per message, so the peer socket is
  * found instead and its receive queue, which counts bytes, is read. */
 long unixPeerUnread(int socket) {
-    struct stat own{};
+    struct stat own {};
     if (fstat(socket, &own) != 0) return -1;
     const nlmsghdr* ours = describeUnixSocket(static_cast<std::uint32_t>(own.st_ino), UDIAG_SHOW_PEER);
     if (ours == nullptr) return -1;
@@ -159,8 +159,8 @@ long unixPeerUnread(int socket) {
  * count unread bytes. */
 bool canStillRead(const inet_diag_msg& socket) {
     const unsigned char state = socket.idiag_state;
-    return socket.idiag_inode != 0 && (state == TCP_ESTABLISHED || state == TCP_FIN_WAIT1 ||
-                                       state == TCP_FIN_WAIT2 || state == TCP_CLOSE_WAIT);
+    return socket.idiag_inode != 0 &&
+           (state == TCP_ESTABLISHED || state == TCP_FIN_WAIT1 || state == TCP_FIN_WAIT2 || state == TCP_CLOSE_WAIT);
 }
 
 /* The peer socket is looked up by the connection's four-tuple seen from its
@@ -170,8 +170,7 @@ long tcpPeerUnread(int socket, const sockaddr_storage& ownAddress) {
     std::memcpy(&own, &ownAddress, sizeof own);
     sockaddr_in peer{};
     socklen_t peerLength = sizeof peer;
-    if (getpeername(socket, reinterpret_cast<sockaddr*>(&peer), &peerLength) != 0 ||
-        peer.sin_family != AF_INET) {
+    if (getpeername(socket, reinterpret_cast<sockaddr*>(&peer), &peerLength) != 0 || peer.sin_family != AF_INET) {
         return -1;
     }
     inet_diag_req_v2 request{};

@@ -64,14 +64,15 @@ void runChain(const CommonOptions& common, Output& out) {
     ServerSession session(common);
     session.begin();
     Client& client = session.client();
-    session.check(client.Send(command::jtagInterface, sub::resetTaps), "resetting the TAPs (command 44, sub-command 3)");
+    session.check(client.Send(command::jtagInterface, sub::resetTaps),
+                  "resetting the TAPs (command 44, sub-command 3)");
 
     // After the reset every device's data register is its IDCODE (or
     // BYPASS); shifting ones in pushes them all out.
     const Bytes ones(chainScanBits / 8, 0xFF);
     const Bytes expected(ones.size(), 0);
-    const int mismatches = client.Send(command::jtagInterface, sub::jtagShift, 0, chainScanBits, 1, 0, ones.data(),
-                                       expected.data());
+    const int mismatches =
+        client.Send(command::jtagInterface, sub::jtagShift, 0, chainScanBits, 1, 0, ones.data(), expected.data());
     session.check(mismatches, "scanning the chain (command 44, sub-command 12)");
     const Bytes tdo = collectReturnedData(client, ones.size());
     const std::vector<ChainDevice> devices = decodeChain(tdo, chainScanBits);

@@ -50,9 +50,7 @@ std::vector<ChainDevice> decodeChain(const Bytes& tdo, int bitCount) {
     return fromTdo;
 }
 
-IdcodeFields idcodeFields(std::uint32_t idcode) {
-    return {idcode >> 28, idcode >> 12 & 0xFFFFu, idcode >> 1 & 0x7FFu};
-}
+IdcodeFields idcodeFields(std::uint32_t idcode) { return {idcode >> 28, idcode >> 12 & 0xFFFFu, idcode >> 1 & 0x7FFu}; }
 
 std::string idcodeText(std::uint32_t idcode) {
     char text[16];

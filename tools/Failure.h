@@ -11,11 +11,11 @@ namespace tetherctl {
 
 enum ExitCode : int {
     exitSuccess = 0,
-    exitFailure = 1,        // a library operation failed: the line names its status code
-    exitUsage = 2,          // the command line cannot be carried out
-    exitMismatch = 3,       // read-back data differ from what was sent
+    exitFailure = 1,          // a library operation failed: the line names its status code
+    exitUsage = 2,            // the command line cannot be carried out
+    exitMismatch = 3,         // read-back data differ from what was sent
     exitNoServerStart = 127,  // the copy of tetherctl left behind by a failed server start
-    exitInterrupted = 130,  // Ctrl-C
+    exitInterrupted = 130,    // Ctrl-C
 };
 
 /** What a failure's code is, and so how it is explained. */

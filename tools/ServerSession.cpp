@@ -20,7 +20,6 @@ namespace {
 constexpr const char* sessionApplication = "tetherctl";
 constexpr const char* sessionVersion = TETHERCTL_VERSION;
 
-
 namespace command = tetherhost::protocol::command;
 namespace status = tetherhost::protocol::status;
 
@@ -66,7 +65,8 @@ void ServerSession::connect() {
     std::fflush(stdout);
     const int savedOutput = dup(STDOUT_FILENO);
     dup2(STDERR_FILENO, STDOUT_FILENO);
-    const int result = owned->Connect(connectText, nullptr, serverDirectory.empty() ? nullptr : serverDirectory.c_str());
+    const int result =
+        owned->Connect(connectText, nullptr, serverDirectory.empty() ? nullptr : serverDirectory.c_str());
     std::fflush(stdout);
     dup2(savedOutput, STDOUT_FILENO);
     close(savedOutput);
@@ -84,10 +84,12 @@ void ServerSession::connect() {
 
 void ServerSession::lock() {
     int result = owned->Send(command::openSession, sessionApplication, sessionVersion, 0);
-    if (result != 0) throw Failure("opening the session (command 4)", result, failedSendReading(command::openSession, result));
+    if (result != 0)
+        throw Failure("opening the session (command 4)", result, failedSendReading(command::openSession, result));
     locked = true;
     result = owned->Send(command::commandLock);
-    if (result != 0) throw Failure("taking the command lock (command 33)", result, failedSendReading(command::commandLock, result));
+    if (result != 0)
+        throw Failure("taking the command lock (command 33)", result, failedSendReading(command::commandLock, result));
 }
 
 void ServerSession::unlock() {

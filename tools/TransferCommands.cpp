@@ -17,8 +17,7 @@ constexpr int sspiEraseFirst = 1;
 Bytes dataArgument(const std::string& text, std::size_t limit, const std::string& what) {
     auto bytes = parseHexBytes(text);
     if (!bytes || bytes->empty()) throw UsageError(what + ": DATA must be pairs of hex digits, at least one byte");
-    if (bytes->size() > limit)
-        throw UsageError(what + ": at most " + std::to_string(limit) + " bytes in one transfer");
+    if (bytes->size() > limit) throw UsageError(what + ": at most " + std::to_string(limit) + " bytes in one transfer");
     return *bytes;
 }
 
@@ -77,8 +76,7 @@ void runShift(const CommonOptions& common, const ShiftOptions& options, Output& 
 void runSspi(const CommonOptions& common, const SspiOptions& options, Output& out) {
     const int address = intArgument(options.address, "sspi: ADDRESS");
     const bool reading = options.data.empty();
-    if (reading == (options.readCount == 0))
-        throw UsageError("sspi: give either DATA to program or --read COUNT");
+    if (reading == (options.readCount == 0)) throw UsageError("sspi: give either DATA to program or --read COUNT");
     if (reading && (options.readCount < 0 || static_cast<std::size_t>(options.readCount) > maxSspiBytes))
         throw UsageError("sspi: --read takes 1 to " + std::to_string(maxSspiBytes) + " bytes");
     if (reading && (options.writeOnly || options.erase))
@@ -93,10 +91,10 @@ void runSspi(const CommonOptions& common, const SspiOptions& options, Output& ou
     session.begin();
     Client& client = session.client();
     const int result = client.Send(options.writeOnly ? command::sspiWrite : command::sspiWriteReadBack, address, bits,
-                                   reinterpret_cast<const char*>(written.data()),
-                                   options.erase ? sspiEraseFirst : 0);
+                                   reinterpret_cast<const char*>(written.data()), options.erase ? sspiEraseFirst : 0);
     session.check(result, "transferring on SSPI (command " +
-                              std::to_string(options.writeOnly ? command::sspiWrite : command::sspiWriteReadBack) + ")");
+                              std::to_string(options.writeOnly ? command::sspiWrite : command::sspiWriteReadBack) +
+                              ")");
     Bytes returned;
     if (!options.writeOnly) returned = collectReturnedData(client, written.size());
     session.end();
@@ -122,8 +120,8 @@ void runI2c(const CommonOptions& common, const I2cOptions& options, Output& out)
     Client& client = session.client();
     // The fifth element, the transfer's last value, has no meaning for the
     // simulator's EEPROM.
-    const int result = client.Send(transfer, wordAddress, options.device, bits,
-                                   reinterpret_cast<const char*>(written.data()), 0);
+    const int result =
+        client.Send(transfer, wordAddress, options.device, bits, reinterpret_cast<const char*>(written.data()), 0);
     session.check(result, "transferring on I2C (command " + std::to_string(transfer) + ")");
     Bytes returned;
     if (!options.writeOnly) returned = collectReturnedData(client, written.size());

@@ -97,12 +97,10 @@ template <std::size_t RunIndex, bool Pointers, typename... Done, std::size_t... 
 int sendRun(Client& client, int command, const Plan& plan, std::index_sequence<L...>, Done... done) {
     const std::size_t length = plan.runs[RunIndex].length;
     int result = 0;
-    const bool called =
-        ((length == L + 1 &&
-          (result = appendRun<RunIndex, Pointers>(client, command, plan, std::make_index_sequence<L + 1>{},
-                                                  done...),
-           true)) ||
-         ...);
+    const bool called = ((length == L + 1 && (result = appendRun<RunIndex, Pointers>(
+                                                  client, command, plan, std::make_index_sequence<L + 1>{}, done...),
+                                              true)) ||
+                         ...);
     if (!called) throw shapeRefused();
     return result;
 }
@@ -177,8 +175,8 @@ void checkArgumentShape(const std::vector<TypedArgument>& arguments) {
     const int count = static_cast<int>(arguments.size());
     const int runs = countRuns(arguments);
     if (count > maxSendArguments)
-        throw UsageError("send: at most " + std::to_string(maxSendArguments) + " arguments, " +
-                         std::to_string(count) + " given");
+        throw UsageError("send: at most " + std::to_string(maxSendArguments) + " arguments, " + std::to_string(count) +
+                         " given");
     if (!shapeAllowed(count, runs))
         throw UsageError("send: " + std::to_string(count) + " arguments in " + std::to_string(runs) +
                          " runs of one kind; " + std::to_string(count) + " arguments may form at most " +

@@ -54,7 +54,9 @@ int run(const std::function<void(Output&)>& command, bool json) {
         switch (failure.reading) {
         case Reading::LibraryStatus: line = action + " failed: " + statusLine(failure.status); break;
         case Reading::ServerReply: line = action + ": the server answered " + serverReplyLine(failure.status); break;
-        case Reading::LockAnswer: line = action + ": the lock was not granted: " + lockAnswerLine(failure.status); break;
+        case Reading::LockAnswer:
+            line = action + ": the lock was not granted: " + lockAnswerLine(failure.status);
+            break;
         }
         return fail(out, exitFailure, line, failure.status, true);
     } catch (const UsageError& error) {
@@ -117,8 +119,8 @@ int runTetherctl(int argc, char** argv) {
 
     CLI::App* pumpCommand = app.add_subcommand("pump", "send a file's data to the pump buffer, in pieces");
     pumpCommand->add_option("FILE", pump.file, "the data to pump")->required();
-    CLI::Option* verify =
-        pumpCommand->add_flag("--verify", pump.verify, "read each piece back and compare (pieces of at most 1024 bytes)");
+    CLI::Option* verify = pumpCommand->add_flag("--verify", pump.verify,
+                                                "read each piece back and compare (pieces of at most 1024 bytes)");
     pumpCommand->add_flag("--append", pump.append, "add to what the buffer holds instead of replacing it")
         ->excludes(verify);
     pumpCommand->add_option("--piece", pump.pieceBytes, "bytes per piece (16384; 1024 with --verify)");

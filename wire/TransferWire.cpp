@@ -9,8 +9,7 @@
 
 namespace tetherhost::transfer {
 
-Channel::Channel(const int& socket, MessageSink messages, const char* clientName,
-                 const Marshaller& marshaller)
+Channel::Channel(const int& socket, MessageSink messages, const char* clientName, const Marshaller& marshaller)
     : socket(socket), messages(messages), clientName(clientName), marshaller(marshaller) {}
 
 void Channel::note(const char* id, const char* text) const {
@@ -52,14 +51,9 @@ int Channel::sendToken(wire::FrameBuffer& tokenBuffer, int value) const {
     const int sent = send(tokenBuffer.text(), static_cast<int>(tokenBuffer.textLength()) + 1);
     if (sent < 0) return sent;
     switch (marshaller.tokenNote) {
-    case TokenNote::None:
-        break;
-    case TokenNote::TokenText:
-        note(marshaller.tokenNoteId, tokenBuffer.text());
-        break;
-    case TokenNote::ClientName:
-        note(marshaller.tokenNoteId, clientName);
-        break;
+    case TokenNote::None: break;
+    case TokenNote::TokenText: note(marshaller.tokenNoteId, tokenBuffer.text()); break;
+    case TokenNote::ClientName: note(marshaller.tokenNoteId, clientName); break;
     }
     return receiveAcknowledgement(tokenBuffer);
 }
@@ -70,8 +64,7 @@ int Channel::sendTokens(wire::FrameBuffer& tokenBuffer, const int* values, int c
     return 0;
 }
 
-void Channel::fill(wire::FrameBuffer& buffer, const unsigned char* data, long available,
-                   long offset, int count) const {
+void Channel::fill(wire::FrameBuffer& buffer, const unsigned char* data, long available, long offset, int count) const {
     buffer.clear();
     if (data == nullptr || count <= 0) return;
     const long held = std::min<long>(count, available - offset);
@@ -82,8 +75,7 @@ void Channel::fill(wire::FrameBuffer& buffer, const unsigned char* data, long av
     }
 }
 
-int Channel::sendChunks(const unsigned char* data, long available, int byteCount, int chunkCount,
-                        bool announce) const {
+int Channel::sendChunks(const unsigned char* data, long available, int byteCount, int chunkCount, bool announce) const {
     wire::FrameBuffer chunk;
     wire::FrameBuffer reply;
     for (int i = 0; i < chunkCount; ++i) {
@@ -93,14 +85,12 @@ int Channel::sendChunks(const unsigned char* data, long available, int byteCount
         if (announce) note(marshaller.chunkNoteId, chunk.text());
         const int sent = send(chunk.data(), marshaller.padChunks ? protocol::frameBytes : length);
         if (sent < 0) return sent;
-        if (const int acknowledged = receiveAcknowledgement(reply); acknowledged < 0)
-            return acknowledged;
+        if (const int acknowledged = receiveAcknowledgement(reply); acknowledged < 0) return acknowledged;
     }
     return 0;
 }
 
-int Channel::readBackChunks(wire::FrameBuffer& reply, int chunkCount, std::string& tdoData,
-                            int carried) const {
+int Channel::readBackChunks(wire::FrameBuffer& reply, int chunkCount, std::string& tdoData, int carried) const {
     tdoData.clear();
     int lastGo = 0;
     for (int i = 0; i < chunkCount; ++i) {
@@ -129,10 +119,8 @@ int Channel::readBackChunks(wire::FrameBuffer& reply, int chunkCount, std::strin
     return lastGo;
 }
 
-int Channel::finishChunked(wire::FrameBuffer& reply, int withReadBack, int chunkCount,
-                           std::string& tdoData) const {
-    const int result = withReadBack != 0 ? readBackChunks(reply, chunkCount, tdoData)
-                                         : receiveAcknowledgement(reply);
+int Channel::finishChunked(wire::FrameBuffer& reply, int withReadBack, int chunkCount, std::string& tdoData) const {
+    const int result = withReadBack != 0 ? readBackChunks(reply, chunkCount, tdoData) : receiveAcknowledgement(reply);
     return result < 0 ? result : 0;
 }
 

@@ -76,15 +76,13 @@ public:
      * it, bit-reversed when the marshaller says so; only the first
      * `available` bytes of `data` are read, and none at all for a count of 0
      * or less. */
-    void fill(wire::FrameBuffer& buffer, const unsigned char* data, long available, long offset,
-              int count) const;
+    void fill(wire::FrameBuffer& buffer, const unsigned char* data, long available, long offset, int count) const;
 
     /** Sends `chunkCount` chunks of `byteCount` bytes, each acknowledged with
      * "+", reading at most `available` bytes of `data` (missing bytes go out
      * as zeros). `announce` posts the marshaller's chunk note before each
      * chunk. 0, -1001 or -1002. */
-    int sendChunks(const unsigned char* data, long available, int byteCount, int chunkCount,
-                   bool announce) const;
+    int sendChunks(const unsigned char* data, long available, int byteCount, int chunkCount, bool announce) const;
 
     /** Empties `tdoData`, then `chunkCount` times: clears `reply`, receives up
      * to 1024 bytes, appends all of them to `tdoData` and sends the go token.
@@ -93,14 +91,12 @@ public:
      * `tdoData`. `carried` bytes already at the start of `reply` (brought by
      * the receive before, behind a status text) begin the first chunk, and
      * one receive behind them completes it. */
-    int readBackChunks(wire::FrameBuffer& reply, int chunkCount, std::string& tdoData,
-                       int carried = 0) const;
+    int readBackChunks(wire::FrameBuffer& reply, int chunkCount, std::string& tdoData, int carried = 0) const;
 
     /** After a chunked write: the server's data read back into `tdoData` when
      * `withReadBack` is non-zero, otherwise one more acknowledgement. 0,
      * -1001 or -1002. */
-    int finishChunked(wire::FrameBuffer& reply, int withReadBack, int chunkCount,
-                      std::string& tdoData) const;
+    int finishChunked(wire::FrameBuffer& reply, int withReadBack, int chunkCount, std::string& tdoData) const;
 
 private:
     const int& socket;

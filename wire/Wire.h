@@ -72,9 +72,9 @@ public:
     /* One receive of at most `capacity` bytes (never more than 1024) into
      * the start of the buffer. */
     long receive(int socket, long capacity) {
-        return receiveBytes(socket, bytes, capacity < static_cast<long>(protocol::frameSize)
-                                               ? capacity
-                                               : static_cast<long>(protocol::frameSize));
+        return receiveBytes(
+            socket, bytes,
+            capacity < static_cast<long>(protocol::frameSize) ? capacity : static_cast<long>(protocol::frameSize));
     }
 
     /* After a receive of `received` bytes that began with a text: moves the

@@ -69,9 +69,9 @@ struct Operation {
     std::string name;
     Kind kind;
     std::function<int(Client&)> run;
-    int result;            // without faults
-    bool endsWithReply;    // Send reads the integer reply last
-    int beforeReply;       // what Send returns when only that reply fails
+    int result;                      // without faults
+    bool endsWithReply;              // Send reads the integer reply last
+    int beforeReply;                 // what Send returns when only that reply fails
     std::size_t discardedFrom = 0;   // calls, counted from the operation's first, whose
     std::size_t discardedCount = 0;  // failure the operation discards by design
     Wire wire;
@@ -85,7 +85,8 @@ std::string bytesOf(std::initializer_list<int> values) {
 
 std::string patternBytes(std::size_t count, int step) {
     std::string result(count, '\0');
-    for (std::size_t i = 0; i < count; ++i) result[i] = static_cast<char>(1 + (i * static_cast<std::size_t>(step)) % 250);
+    for (std::size_t i = 0; i < count; ++i)
+        result[i] = static_cast<char>(1 + (i * static_cast<std::size_t>(step)) % 250);
     return result;
 }
 
@@ -114,6 +115,8 @@ const std::string i2cBlock = patternBytes(1025, 7);
 const std::string i2cSecondByte = bytesOf({0x0F});
 const std::string readBackChunk = "+" + patternBytes(1023, 5);
 
+// The operations are a table, one call and its conversation per entry.
+// clang-format off
 std::vector<Operation> session() {
     std::vector<Operation> ops;
     auto add = [&](std::string name, Kind kind, std::function<int(Client&)> run, int result, Wire wire,
@@ -220,6 +223,7 @@ std::vector<Operation> session() {
         Wire().argument("9999").integerReply("0"));
     return ops;
 }
+// clang-format on
 
 std::vector<ScriptStep> scriptOf(const std::vector<Operation>& ops) {
     std::vector<ScriptStep> script;
@@ -270,11 +274,11 @@ struct SessionRun {
     std::vector<Outcome> outcomes;
     std::vector<std::size_t> callsAfter;  // calls made when each operation returned
     std::vector<SocketCall> calls;
-    std::string server;                   // empty: the server's script ran to its end
+    std::string server;  // empty: the server's script ran to its end
     int reconnections = 0;
-    std::vector<int> leftOpen;            // descriptors open now that were not before
+    std::vector<int> leftOpen;  // descriptors open now that were not before
     int clientSocket = -1;
-    bool disconnected = false;            // the run reached and ran Disconnect
+    bool disconnected = false;  // the run reached and ran Disconnect
 };
 
 SessionRun runSession(const std::vector<Operation>& ops, Fault fault, std::size_t target) {
@@ -500,7 +504,8 @@ std::vector<OneCallShift> oneCallShifts() {
         return result;
     };
     auto tokens = [&](Wire& w, int bits) {
-        for (const std::string& token : {std::string("44"), std::string("12"), std::string("0"), std::to_string(bits)}) w.expect(padded(token)).reply(ack);
+        for (const std::string& token : {std::string("44"), std::string("12"), std::string("0"), std::to_string(bits)})
+            w.expect(padded(token)).reply(ack);
     };
     std::vector<OneCallShift> shifts;
     {

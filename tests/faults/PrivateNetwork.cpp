@@ -66,7 +66,6 @@ public:
     }
 };
 
-[[maybe_unused]] ::testing::Environment* const privateNetwork =
-    ::testing::AddGlobalTestEnvironment(new PrivateNetwork);
+[[maybe_unused]] ::testing::Environment* const privateNetwork = ::testing::AddGlobalTestEnvironment(new PrivateNetwork);
 
 }  // namespace

@@ -70,7 +70,7 @@ struct SessionServer::State {
     std::size_t step = 0;
     std::string received;  // bytes of the current expected step so far
     Clock::time_point lastProgress = Clock::now();
-    std::string stopped;   // why the script stopped early
+    std::string stopped;  // why the script stopped early
     struct Reconnection {
         int fd;
         std::string name;
@@ -170,8 +170,8 @@ struct SessionServer::State {
                 timeout = drainPollMs;
             } else if (expecting()) {
                 const auto left = idle() - (Clock::now() - lastProgress);
-                timeout = static_cast<int>(std::max<long long>(
-                    0, std::chrono::duration_cast<std::chrono::milliseconds>(left).count()));
+                timeout = static_cast<int>(
+                    std::max<long long>(0, std::chrono::duration_cast<std::chrono::milliseconds>(left).count()));
             }
             poll(watched.data(), watched.size(), timeout);
             if (watched[0].revents != 0) break;
@@ -218,7 +218,7 @@ SessionServer::SessionServer(std::unique_ptr<State> state) : state(std::move(sta
 }
 
 std::unique_ptr<SessionServer> SessionServer::listening(int port, std::vector<ScriptStep> script,
-                                                       std::string introductionAnswer) {
+                                                        std::string introductionAnswer) {
     auto state = std::make_unique<State>();
     state->script = std::move(script);
     state->introductionAnswer = std::move(introductionAnswer);

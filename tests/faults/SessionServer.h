@@ -24,7 +24,7 @@
 namespace tetherhost::test {
 
 struct ScriptStep {
-    bool fromClient;    // true: the client sends these bytes; false: the server replies them
+    bool fromClient;  // true: the client sends these bytes; false: the server replies them
     std::string bytes;
 };
 

@@ -31,8 +31,7 @@ std::vector<NamedId> declaredNames() {
     std::vector<NamedId> names;
     const std::string header = readFile(TETHERHOST_MESSAGE_IDS);
     const std::regex declaration(R"re(inline constexpr const char\* (\w+) = "([0-9]+)";)re");
-    for (auto it = std::sregex_iterator(header.begin(), header.end(), declaration); it != std::sregex_iterator();
-         ++it)
+    for (auto it = std::sregex_iterator(header.begin(), header.end(), declaration); it != std::sregex_iterator(); ++it)
         names.push_back({(*it)[1], std::stoi((*it)[2])});
     return names;
 }
@@ -40,8 +39,7 @@ std::vector<NamedId> declaredNames() {
 std::size_t declarationCount() {
     const std::string header = readFile(TETHERHOST_MESSAGE_IDS);
     std::size_t count = 0;
-    for (auto at = header.find("constexpr"); at != std::string::npos; at = header.find("constexpr", at + 1))
-        ++count;
+    for (auto at = header.find("constexpr"); at != std::string::npos; at = header.find("constexpr", at + 1)) ++count;
     return count;
 }
 
@@ -124,8 +122,7 @@ TEST(MessageIds, EachNamedTextTakesTheArgumentsItIsPostedWith) {
         const auto signature = signatures.find(id);
         ASSERT_NE(signature, signatures.end()) << name << " (" << id << ") has no argument list";
         const std::string kinds = placeholders(text->second);
-        EXPECT_EQ(kinds.size(), signature->second.size())
-            << name << " (" << id << "): " << text->second;
+        EXPECT_EQ(kinds.size(), signature->second.size()) << name << " (" << id << "): " << text->second;
         EXPECT_EQ(kinds, signature->second) << name << " (" << id << "): " << text->second;
     }
 }

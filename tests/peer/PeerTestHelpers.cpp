@@ -94,12 +94,8 @@ LoopbackConnection::~LoopbackConnection() {
     closeIfOpen(server);
 }
 
-bool LoopbackConnection::established() const {
-    return client >= 0 && server >= 0;
-}
+bool LoopbackConnection::established() const { return client >= 0 && server >= 0; }
 
-void LoopbackConnection::closeClient() {
-    closeIfOpen(client);
-}
+void LoopbackConnection::closeClient() { closeIfOpen(client); }
 
 }  // namespace tetherhost::test

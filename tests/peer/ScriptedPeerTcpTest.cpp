@@ -10,7 +10,6 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-
 namespace tetherhost::test {
 namespace {
 
@@ -73,7 +72,9 @@ TEST(ListeningScriptedPeer, AcceptNextServesTheNextConnection) {
     EXPECT_EQ(receiveUntilClosed(second.fd), Receives{"+\0"s});
     EXPECT_TRUE(peer->finish());
     EXPECT_EQ(peer->failure(), "");
-    EXPECT_EQ(peer->received(), "1\0" "2\0"s);
+    EXPECT_EQ(peer->received(),
+              "1\0"
+              "2\0"s);
 }
 
 TEST(ListeningScriptedPeer, NoClientFailsTheAcceptStep) {
@@ -81,8 +82,8 @@ TEST(ListeningScriptedPeer, NoClientFailsTheAcceptStep) {
     peer->expectFrame("1");
     peer->start();
     EXPECT_FALSE(peer->finish(200));
-    EXPECT_EQ(peer->failure(),
-              "step 1 of 2 (accept): no client connected to 127.0.0.1:" + portText + ", finish(200) stopped the script");
+    EXPECT_EQ(peer->failure(), "step 1 of 2 (accept): no client connected to 127.0.0.1:" + portText +
+                                   ", finish(200) stopped the script");
 }
 
 TEST(ListeningScriptedPeer, ClientGoneBeforeTheSecondReplyFailsIt) {
@@ -96,8 +97,9 @@ TEST(ListeningScriptedPeer, ClientGoneBeforeTheSecondReplyFailsIt) {
         ASSERT_TRUE(waitReadable(client.fd));
     }
     EXPECT_FALSE(peer->finish());
-    EXPECT_EQ(peer->failure(),
-              R"(step 4 of 4 (reply "second"): cannot tell whether the client read the previous reply (connection gone?))");
+    EXPECT_EQ(
+        peer->failure(),
+        R"(step 4 of 4 (reply "second"): cannot tell whether the client read the previous reply (connection gone?))");
 }
 
 TEST(ListeningScriptedPeer, BusyPortIsReported) {

@@ -58,11 +58,15 @@ TEST(ScriptedPeerOnSocketPair, MismatchFailsNamingTheStepAndClosesTheConnection)
     peer->expectFrame("1").expectFrame("4").ack();
     peer->start();
     const int client = peer->clientSocket();
-    ASSERT_TRUE(sendBytes(client, "1\0" "5\0"s));
+    ASSERT_TRUE(sendBytes(client,
+                          "1\0"
+                          "5\0"s));
     EXPECT_EQ(receiveUntilClosed(client), Receives{});
     EXPECT_FALSE(peer->finish());
     EXPECT_EQ(peer->failure(), R"(step 2 of 3 (expect "4\0"): received "5\0")");
-    EXPECT_EQ(peer->received(), "1\0" "5\0"s);
+    EXPECT_EQ(peer->received(),
+              "1\0"
+              "5\0"s);
 }
 
 TEST(ScriptedPeerOnSocketPair, ExpectAnyAcceptsWhateverArrives) {
@@ -106,8 +110,9 @@ TEST(ScriptedPeerOnSocketPair, SecondReplyWaitsUntilTheClientReadsTheFirst) {
     peer->reply("a").reply("b");
     peer->start();
     EXPECT_FALSE(peer->finish(300));
-    EXPECT_EQ(peer->failure(),
-              R"(step 2 of 2 (reply "b"): the client had not read the previous reply when finish(300) stopped the script)");
+    EXPECT_EQ(
+        peer->failure(),
+        R"(step 2 of 2 (reply "b"): the client had not read the previous reply when finish(300) stopped the script)");
     EXPECT_EQ(receiveUntilClosed(peer->clientSocket()), Receives{"a"});
 }
 

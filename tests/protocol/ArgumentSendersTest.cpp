@@ -68,7 +68,8 @@ TEST_F(ArgumentSenders, IntegerMinusFiveTravelsAsThreeBytesAndZeroAsTwo) {
     peer->start();
     EXPECT_EQ(ints(2, -5, 0), 0);
     EXPECT_TRUE(peer->finish()) << peer->failure();
-    EXPECT_EQ(peer->received(), bytes("-5\0" "0\0"));
+    EXPECT_EQ(peer->received(), bytes("-5\0"
+                                      "0\0"));
     trace.post("1079").post("1061", "-5").post("1063", "+").post("1061", "0").post("1063", "+").post("1080");
     EXPECT_EQ(log.lines(), trace.lines());
 }
@@ -86,7 +87,10 @@ TEST_F(ArgumentSenders, NullOrEmptyTextTravelsAsOneNulByte) {
 }
 
 TEST_F(ArgumentSenders, HeaderTrailerSendsEightAlternatingFramesAndShowsNeitherTokensNorReplies) {
-    const std::string frames = bytes("1\0h1\0-2\0\0" "3\0\0" "44\0t\0");
+    const std::string frames = bytes(
+        "1\0h1\0-2\0\0"
+        "3\0\0"
+        "44\0t\0");
     peer->expect(bytes("1\0")).ack().expect(bytes("h1\0")).ack().expect(bytes("-2\0")).ack();
     peer->expect(bytes("\0")).ack().expect(bytes("3\0")).ack().expect(bytes("\0")).ack();
     peer->expect(bytes("44\0")).ack().expect(bytes("t\0")).ack();
@@ -111,7 +115,13 @@ TEST_F(ArgumentSenders, APlusAloneIsAcceptedByAllFour) {
     EXPECT_EQ(charstars(1, "b"), 0);
     EXPECT_EQ(headerTrailer(1, "w", 2, "x", 3, "y", 4, "z"), 0);
     EXPECT_TRUE(peer->finish()) << peer->failure();
-    EXPECT_EQ(peer->received(), bytes("a\0" "7\0" "b\0" "1\0w\0" "2\0x\0" "3\0y\0" "4\0z\0"));
+    EXPECT_EQ(peer->received(), bytes("a\0"
+                                      "7\0"
+                                      "b\0"
+                                      "1\0w\0"
+                                      "2\0x\0"
+                                      "3\0y\0"
+                                      "4\0z\0"));
     trace.post("1077").post("1057", "a").post("1059", "+").post("1078");
     trace.post("1079").post("1061", "7").post("1063", "+").post("1080");
     trace.post("1081").post("1065", "b").post("1067", "+").post("1082");
@@ -133,7 +143,11 @@ TEST_F(ArgumentSenders, MinusAndNulIsRefusedByTheStrictSendersAndAcceptedBySends
     EXPECT_EQ(headerTrailer(9, "h", 8, "i", 7, "j", 6, "k"), -1002);
     EXPECT_EQ(strs(2, "s", "u"), 0);
     EXPECT_TRUE(peer->finish()) << peer->failure();
-    EXPECT_EQ(peer->received(), bytes("5\0" "t\0" "9\0" "s\0" "u\0"));
+    EXPECT_EQ(peer->received(), bytes("5\0"
+                                      "t\0"
+                                      "9\0"
+                                      "s\0"
+                                      "u\0"));
     trace.post("1079").post("1061", "5").twice("1062");
     trace.post("1081").post("1065", "t").twice("1066");
     trace.post("1083").twice("1069").twice("1070");
@@ -163,11 +177,9 @@ TEST_F(ArgumentSenders, EachStrictSenderGivesMinus1002WhenThePeerClosesBeforeAck
     };
     const Case cases[] = {
         {"sendintargs", [this] { return ints(1, 12); }, "12", "1079", "1061", "1062", true},
-        {"sendcharstarargs", [this] { return charstars(1, "tx"); }, "tx", "1081", "1065", "1066",
-         true},
-        {"sendSetHeaderTrailerargs",
-         [this] { return headerTrailer(12, "a", 2, "b", 3, "c", 4, "d"); }, "12", "1083", "1069",
-         "1070", false},
+        {"sendcharstarargs", [this] { return charstars(1, "tx"); }, "tx", "1081", "1065", "1066", true},
+        {"sendSetHeaderTrailerargs", [this] { return headerTrailer(12, "a", 2, "b", 3, "c", 4, "d"); }, "12", "1083",
+         "1069", "1070", false},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.label);
@@ -217,7 +229,8 @@ TEST_F(ArgumentSenders, ABadSecondAcknowledgementLeavesTheThirdIntegerInTheList)
     EXPECT_EQ(result, -1002);
     EXPECT_EQ(leftInList, 3);
     EXPECT_TRUE(peer->finish()) << peer->failure();
-    EXPECT_EQ(peer->received(), bytes("1\0" "2\0"));
+    EXPECT_EQ(peer->received(), bytes("1\0"
+                                      "2\0"));
     trace.post("1079").post("1061", "1").post("1063", "+").post("1061", "2").twice("1062");
     EXPECT_EQ(log.lines(), trace.lines());
 }

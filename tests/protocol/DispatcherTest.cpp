@@ -58,13 +58,11 @@ std::vector<std::string> tokensOf(const WiredCommand& row) {
         break;
     case Arguments::LenientTexts:
     case Arguments::StrictTexts:
-        for (int i = 0; i < row.count; ++i) tokens.push_back("t" + std::to_string(row.command) + "_" + std::to_string(i));
+        for (int i = 0; i < row.count; ++i)
+            tokens.push_back("t" + std::to_string(row.command) + "_" + std::to_string(i));
         break;
-    case Arguments::HeaderTrailer:
-        tokens = {"1", "head", "-2", "", "3", "trail", "4", "end"};
-        break;
-    default:
-        break;
+    case Arguments::HeaderTrailer: tokens = {"1", "head", "-2", "", "3", "trail", "4", "end"}; break;
+    default: break;
     }
     return tokens;
 }
@@ -80,10 +78,8 @@ int sendWithArguments(Client& client, const WiredCommand& row, const std::vector
     case Arguments::StrictTexts:
         return row.count == 1 ? client.Send(row.command, text(0)) : client.Send(row.command, text(0), text(1));
     case Arguments::HeaderTrailer:
-        return client.Send(row.command, number(0), text(1), number(2), text(3), number(4), text(5), number(6),
-                           text(7));
-    default:
-        return client.Send(row.command);
+        return client.Send(row.command, number(0), text(1), number(2), text(3), number(4), text(5), number(6), text(7));
+    default: return client.Send(row.command);
     }
 }
 
@@ -95,33 +91,20 @@ void traceArguments(Trace& trace, const WiredCommand& row, const std::vector<std
         trace.post(completion);
     };
     switch (row.arguments) {
-    case Arguments::Unknown:
-        trace.post("1013");
-        break;
-    case Arguments::LenientTexts:
-        sender("1077", "1057", "1059", "1078");
-        break;
-    case Arguments::Ints:
-        sender("1079", "1061", "1063", "1080");
-        break;
-    case Arguments::StrictTexts:
-        sender("1081", "1065", "1067", "1082");
-        break;
+    case Arguments::Unknown: trace.post("1013"); break;
+    case Arguments::LenientTexts: sender("1077", "1057", "1059", "1078"); break;
+    case Arguments::Ints: sender("1079", "1061", "1063", "1080"); break;
+    case Arguments::StrictTexts: sender("1081", "1065", "1067", "1082"); break;
     case Arguments::HeaderTrailer:
         trace.post("1083");
         for (std::size_t i = 0; i < tokens.size(); ++i) trace.twice("1069").twice("1071");
         trace.post("1084");
         break;
-    case Arguments::CommandLock:
-        trace.post("1086").number("1075", 1);
-        break;
+    case Arguments::CommandLock: trace.post("1086").number("1075", 1); break;
     case Arguments::ReleaseCommand:
     case Arguments::ReleaseSession:
-    case Arguments::Farewell:
-        trace.number("1012", 0);
-        break;
-    case Arguments::None:
-        break;
+    case Arguments::Farewell: trace.number("1012", 0); break;
+    case Arguments::None: break;
     }
 }
 
@@ -165,31 +148,56 @@ TEST_P(EveryWiredCommand, SendsItsFrameAndArgumentsAndReturnsTheIntegerReply) {
 }
 
 const WiredCommand wiredCommands[] = {
-    {0, true, Arguments::Unknown, 0},        {1, false, Arguments::None, 0},
-    {2, true, Arguments::LenientTexts, 1},   {3, false, Arguments::LenientTexts, 2},
-    {5, true, Arguments::Ints, 1},           {6, true, Arguments::None, 0},
-    {7, true, Arguments::Ints, 1},           {8, true, Arguments::None, 0},
-    {9, true, Arguments::Ints, 1},           {10, true, Arguments::None, 0},
-    {11, true, Arguments::None, 0},          {12, true, Arguments::StrictTexts, 2},
-    {13, true, Arguments::None, 0},          {14, true, Arguments::None, 0},
-    {15, true, Arguments::Ints, 1},          {16, true, Arguments::Ints, 1},
-    {17, true, Arguments::Ints, 1},          {18, true, Arguments::Ints, 1},
-    {20, true, Arguments::Ints, 2},          {21, true, Arguments::HeaderTrailer, 8},
-    {22, true, Arguments::None, 0},          {23, true, Arguments::Ints, 1},
-    {24, true, Arguments::None, 0},          {25, true, Arguments::None, 0},
-    {26, true, Arguments::None, 0},          {27, true, Arguments::None, 0},
-    {28, true, Arguments::None, 0},          {29, false, Arguments::LenientTexts, 1},
-    {30, false, Arguments::None, 0},         {31, false, Arguments::None, 0},
-    {32, false, Arguments::None, 0},         {33, false, Arguments::CommandLock, 0},
-    {34, false, Arguments::ReleaseCommand, 0}, {35, false, Arguments::ReleaseSession, 0},
-    {36, false, Arguments::Ints, 2},         {37, false, Arguments::Ints, 1},
-    {38, false, Arguments::None, 0},         {39, false, Arguments::Ints, 1},
-    {40, false, Arguments::Ints, 2},         {43, false, Arguments::None, 0},
-    {45, false, Arguments::Ints, 1},         {49, false, Arguments::Ints, 1},
-    {53, false, Arguments::Ints, 1},         {54, false, Arguments::Ints, 1},
-    {55, false, Arguments::Ints, 1},         {56, false, Arguments::None, 0},
-    {9999, false, Arguments::Farewell, 0},   {57, false, Arguments::Unknown, 0},
-    {1000, false, Arguments::Unknown, 0},    {-7, true, Arguments::Unknown, 0},
+    {0, true, Arguments::Unknown, 0},
+    {1, false, Arguments::None, 0},
+    {2, true, Arguments::LenientTexts, 1},
+    {3, false, Arguments::LenientTexts, 2},
+    {5, true, Arguments::Ints, 1},
+    {6, true, Arguments::None, 0},
+    {7, true, Arguments::Ints, 1},
+    {8, true, Arguments::None, 0},
+    {9, true, Arguments::Ints, 1},
+    {10, true, Arguments::None, 0},
+    {11, true, Arguments::None, 0},
+    {12, true, Arguments::StrictTexts, 2},
+    {13, true, Arguments::None, 0},
+    {14, true, Arguments::None, 0},
+    {15, true, Arguments::Ints, 1},
+    {16, true, Arguments::Ints, 1},
+    {17, true, Arguments::Ints, 1},
+    {18, true, Arguments::Ints, 1},
+    {20, true, Arguments::Ints, 2},
+    {21, true, Arguments::HeaderTrailer, 8},
+    {22, true, Arguments::None, 0},
+    {23, true, Arguments::Ints, 1},
+    {24, true, Arguments::None, 0},
+    {25, true, Arguments::None, 0},
+    {26, true, Arguments::None, 0},
+    {27, true, Arguments::None, 0},
+    {28, true, Arguments::None, 0},
+    {29, false, Arguments::LenientTexts, 1},
+    {30, false, Arguments::None, 0},
+    {31, false, Arguments::None, 0},
+    {32, false, Arguments::None, 0},
+    {33, false, Arguments::CommandLock, 0},
+    {34, false, Arguments::ReleaseCommand, 0},
+    {35, false, Arguments::ReleaseSession, 0},
+    {36, false, Arguments::Ints, 2},
+    {37, false, Arguments::Ints, 1},
+    {38, false, Arguments::None, 0},
+    {39, false, Arguments::Ints, 1},
+    {40, false, Arguments::Ints, 2},
+    {43, false, Arguments::None, 0},
+    {45, false, Arguments::Ints, 1},
+    {49, false, Arguments::Ints, 1},
+    {53, false, Arguments::Ints, 1},
+    {54, false, Arguments::Ints, 1},
+    {55, false, Arguments::Ints, 1},
+    {56, false, Arguments::None, 0},
+    {9999, false, Arguments::Farewell, 0},
+    {57, false, Arguments::Unknown, 0},
+    {1000, false, Arguments::Unknown, 0},
+    {-7, true, Arguments::Unknown, 0},
 };
 
 INSTANTIATE_TEST_SUITE_P(Table, EveryWiredCommand, ::testing::ValuesIn(wiredCommands),
@@ -275,8 +283,8 @@ TEST_F(Dispatcher, Command4WithNOf25TakesAllValuesAndSendsTheFirstTen) {
     expectOptions(*peer, firstTen);
     peer->expect(request).reply("1");
     connect();
-    EXPECT_EQ(client.Send(4, "a", "b", 25, 100, 101, 102, 103, 104, 105, 106, 107, 108, 109, 110, 111, 112, 113,
-                          114, 115, 116, 117, 118, 119, 120, 121, 122, 123, 124),
+    EXPECT_EQ(client.Send(4, "a", "b", 25, 100, 101, 102, 103, 104, 105, 106, 107, 108, 109, 110, 111, 112, 113, 114,
+                          115, 116, 117, 118, 119, 120, 121, 122, 123, 124),
               0);
     EXPECT_TRUE(peerFinished()) << peer->failure();
     EXPECT_EQ(peer->received(), introduction() + bytes("4\0a\0b\0") + optionFrames(firstTen) + request);
@@ -292,7 +300,8 @@ TEST_F(Dispatcher, Command4TextsOf2000BytesAreCutTo1023) {
     connect();
     EXPECT_EQ(client.Send(4, text.c_str(), text.c_str(), 0), 0);
     EXPECT_TRUE(peerFinished()) << peer->failure();
-    EXPECT_EQ(peer->received(), introduction() + bytes("4\0") + cut + '\0' + cut + '\0' + optionFrames(defaults) + request);
+    EXPECT_EQ(peer->received(),
+              introduction() + bytes("4\0") + cut + '\0' + cut + '\0' + optionFrames(defaults) + request);
 }
 
 TEST_F(Dispatcher, Command4WhoseTextIsNotAnsweredGivesMinus1002WithoutReconnecting) {
@@ -427,9 +436,16 @@ TEST_F(Dispatcher, Command47MakesTheSecondI2CTransferEvenWhenTheFirstFailsAndOnl
     EXPECT_EQ(client.Send(47, 1, 0x0f, 8, first, 3, 2, 0x50, 8, second, 9), 47);
     EXPECT_EQ(client.GetClientStatus(), 0);
     EXPECT_TRUE(peerFinished()) << peer->failure();
-    EXPECT_EQ(peer->received(), introduction() + bytes("47\0" "1\0" "2\0" "10\0" "8\0" "9\0") + "\x80" + request);
-    EXPECT_EQ(log.identifiers(), Lines({"1093", "1114", "1050", "1051", "1114", "1050", "1050", "1050", "1050",
-                                        "1050", "1096", "1019", "1021"}));
+    EXPECT_EQ(peer->received(), introduction() +
+                                    bytes("47\0"
+                                          "1\0"
+                                          "2\0"
+                                          "10\0"
+                                          "8\0"
+                                          "9\0") +
+                                    "\x80" + request);
+    EXPECT_EQ(log.identifiers(), Lines({"1093", "1114", "1050", "1051", "1114", "1050", "1050", "1050", "1050", "1050",
+                                        "1096", "1019", "1021"}));
 }
 
 TEST_F(Dispatcher, WithOnlyTheSessionLockAGuardedCommandStillPolls) {
@@ -464,9 +480,9 @@ TEST_F(Dispatcher, WithOnlyTheCommandLockAGuardedCommandStillPolls) {
 TEST_F(Dispatcher, Command34WhileHoldingTheSessionLockReportsItAndClearsOnlyTheCommandLock) {
     grantBothLocks(*peer);
     peer->expectFrame("34").ack().expect(request).reply(bytes("0\0"));
-    peer->expect(bytes("8888\0")).ack();                                  // Send(6): polls
-    peer->expectFrame("33").ack().expect(request).reply("1");             // the command lock again
-    peer->expectFrame("6").ack().expect(request).reply(bytes("60\0"));    // Send(6): goes through
+    peer->expect(bytes("8888\0")).ack();                                // Send(6): polls
+    peer->expectFrame("33").ack().expect(request).reply("1");           // the command lock again
+    peer->expectFrame("6").ack().expect(request).reply(bytes("60\0"));  // Send(6): goes through
     connectHoldingBothLocks();
     EXPECT_EQ(client.Send(34), 0);
     EXPECT_EQ(client.Send(6), 1);

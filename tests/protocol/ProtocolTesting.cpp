@@ -78,14 +78,15 @@ ScriptedPeer& grantBothLocks(ScriptedPeer& peer) {
     return peer.expectFrame("33").ack().expect(bytes("+\0")).reply("1");
 }
 
-bool takeBothLocks(Client& client) {
-    return client.Send(4, "app", "user", 0) == 0 && client.Send(33) == 0;
-}
+bool takeBothLocks(Client& client) { return client.Send(4, "app", "user", 0) == 0 && client.Send(33) == 0; }
 
 std::string bothLocksBytes() {
     std::string expected = bytes("4\0app\0user\0");
     for (const char* option : lockOptions) expected += std::string(option) + '\0';
-    return expected + bytes("+\0" "33\0" "+\0");
+    return expected + bytes(
+                          "+\0"
+                          "33\0"
+                          "+\0");
 }
 
 StdinReplacement::StdinReplacement() : saved(dup(0)) {

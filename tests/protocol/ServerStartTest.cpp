@@ -31,9 +31,7 @@ using Clock = std::chrono::steady_clock;
 const std::string standInServer = TETHERHOST_STANDIN_SERVER;
 const std::string connectProbe = TETHERHOST_CONNECT_PROBE;
 
-double secondsSince(Clock::time_point start) {
-    return std::chrono::duration<double>(Clock::now() - start).count();
-}
+double secondsSince(Clock::time_point start) { return std::chrono::duration<double>(Clock::now() - start).count(); }
 
 /* Sets an environment variable for the processes started while it lives. */
 class EnvironmentVariable {
@@ -132,7 +130,8 @@ TEST_F(ServerStart, DisconnectAfterAFailedConnectClosesDescriptorZero) {
     EXPECT_EQ(log.lines(), Trace(name).post("1098").twice("1009").post("1027").lines());
 }
 
-TEST_F(ServerStart, WithNoServerRunningTetherhostIsStartedFromTheGivenDirectoryAndTheSecondAttemptFollowsFiveSecondsLater) {
+TEST_F(ServerStart,
+       WithNoServerRunningTetherhostIsStartedFromTheGivenDirectoryAndTheSecondAttemptFollowsFiveSecondsLater) {
     copyExecutable(standInServer, directory.file("tetherhost"));
     const std::string record = directory.file("record");
     EnvironmentVariable recordPath("TETHERHOST_STANDIN_RECORD", record);

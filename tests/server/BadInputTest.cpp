@@ -181,13 +181,14 @@ TEST_F(BadInput, SixtyFourClientsAtOnceAreAllServedCorrectly) {
             ++started;
             while (started < clients) std::this_thread::yield();
             const std::string answer = client.openSession();
-            if (answer == wire("1\0")) ++grants;
-            else if (answer != wire("0\0")) ++wrong;
+            if (answer == wire("1\0"))
+                ++grants;
+            else if (answer != wire("0\0"))
+                ++wrong;
             for (long n = 0; std::chrono::steady_clock::now() < until; ++n) {
                 if (n % 8 == 0) {
                     const bool chain = client.exchange("44") == plus && client.exchange("7", 2) == plus &&
-                                       client.reply() == 3 &&
-                                       client.replyText() == defaultChainText;
+                                       client.reply() == 3 && client.replyText() == defaultChainText;
                     if (!chain) ++wrong;
                 } else if (client.exchange("38") != plus || client.replyText() != "0") {
                     ++wrong;

@@ -148,7 +148,8 @@ TEST(Cable, ShiftFlagSelectsInstructionOrDataScan) {
     const sim::ShiftResult data = cable.shift(0, 32, std::string(4, '\0'), nullptr, nullptr);
     EXPECT_EQ(data.status, reply::done);
     EXPECT_EQ(data.tdo, littleEndian(0x07B421FF));
-    const sim::ShiftResult instruction = cable.shift(sim::shiftFlag::instructionScan, 8, wire("\xFF"), nullptr, nullptr);
+    const sim::ShiftResult instruction =
+        cable.shift(sim::shiftFlag::instructionScan, 8, wire("\xFF"), nullptr, nullptr);
     EXPECT_EQ(instruction.tdo, wire("\x01"));
 }
 

@@ -31,7 +31,10 @@ TEST(FrameReader, TokenArrivingOneByteAtATimeComesOutWhole) {
 
 TEST(FrameReader, SeveralTokensInOnePieceComeOutInOrder) {
     FrameReader reader;
-    feed(reader, wire("44\0" "12\0" "\0" "-5\0"));
+    feed(reader, wire("44\0"
+                      "12\0"
+                      "\0"
+                      "-5\0"));
     std::string token;
     for (const char* expected : {"44", "12", "", "-5"}) {
         ASSERT_EQ(reader.token(token), Result::Ready);

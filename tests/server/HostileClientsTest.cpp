@@ -311,7 +311,8 @@ TEST_F(HostileClients, LockHolderKilledMidChunkOfAOneMebibyteShiftFreesItsLocks)
         // the child dies halfway through the third.
         bool ok = client.exchange("44") == plus && client.exchange("12", 2) == plus;
         for (const char* value : {"0", "8388608", "1", "0"}) ok = ok && client.exchange(value, 2) == plus;
-        for (int chunk = 0; ok && chunk < 2; ++chunk) ok = client.send(std::string(1024, 'a')) && client.receive(2) == plus;
+        for (int chunk = 0; ok && chunk < 2; ++chunk)
+            ok = client.send(std::string(1024, 'a')) && client.receive(2) == plus;
         return ok && client.send(std::string(500, 'a'));
     });
     ASSERT_TRUE(doomed.started());
@@ -373,13 +374,15 @@ TEST_F(HostileClients, BytesThatAreNotTheProtocolCloseOnlyTheirConnection) {
 
     RawClient longToken(port);  // connection 3: 10 MB without a NUL
     const std::string piece(std::size_t{64} * 1024, 'x');
-    for (std::size_t sent = 0; sent < 10'000'000 && longToken.send(piece); sent += piece.size()) {}
+    for (std::size_t sent = 0; sent < 10'000'000 && longToken.send(piece); sent += piece.size()) {
+    }
     EXPECT_EQ(waitClosed(3), "\"closed: no NUL within 1024 bytes\"");
 
     RawClient pluses(port);  // connection 4: "+" bytes until the server hangs up
     ASSERT_TRUE(pluses.introduce("pluses"));
     const std::string plusPiece(std::size_t{64} * 1024, '+');
-    while (pluses.send(plusPiece)) {}
+    while (pluses.send(plusPiece)) {
+    }
     EXPECT_EQ(waitClosed(4), "\"closed: no NUL within 1024 bytes\"");
 
     RawClient rival(port);

@@ -16,10 +16,7 @@ using sim::JtagChain;
 using sim::ScanKind;
 using sim::TapState;
 
-
-std::string ones(std::size_t bits) {
-    return bitString(std::vector<bool>(bits, true));
-}
+std::string ones(std::size_t bits) { return bitString(std::vector<bool>(bits, true)); }
 
 TEST(TapController, FollowsTheStandardStateDiagram) {
     struct Step {
@@ -29,14 +26,22 @@ TEST(TapController, FollowsTheStandardStateDiagram) {
     };
     using S = TapState;
     const Step diagram[] = {
-        {S::TestLogicReset, S::RunTestIdle, S::TestLogicReset}, {S::RunTestIdle, S::RunTestIdle, S::SelectDrScan},
-        {S::SelectDrScan, S::CaptureDr, S::SelectIrScan},       {S::CaptureDr, S::ShiftDr, S::Exit1Dr},
-        {S::ShiftDr, S::ShiftDr, S::Exit1Dr},                   {S::Exit1Dr, S::PauseDr, S::UpdateDr},
-        {S::PauseDr, S::PauseDr, S::Exit2Dr},                   {S::Exit2Dr, S::ShiftDr, S::UpdateDr},
-        {S::UpdateDr, S::RunTestIdle, S::SelectDrScan},         {S::SelectIrScan, S::CaptureIr, S::TestLogicReset},
-        {S::CaptureIr, S::ShiftIr, S::Exit1Ir},                 {S::ShiftIr, S::ShiftIr, S::Exit1Ir},
-        {S::Exit1Ir, S::PauseIr, S::UpdateIr},                  {S::PauseIr, S::PauseIr, S::Exit2Ir},
-        {S::Exit2Ir, S::ShiftIr, S::UpdateIr},                  {S::UpdateIr, S::RunTestIdle, S::SelectDrScan},
+        {S::TestLogicReset, S::RunTestIdle, S::TestLogicReset},
+        {S::RunTestIdle, S::RunTestIdle, S::SelectDrScan},
+        {S::SelectDrScan, S::CaptureDr, S::SelectIrScan},
+        {S::CaptureDr, S::ShiftDr, S::Exit1Dr},
+        {S::ShiftDr, S::ShiftDr, S::Exit1Dr},
+        {S::Exit1Dr, S::PauseDr, S::UpdateDr},
+        {S::PauseDr, S::PauseDr, S::Exit2Dr},
+        {S::Exit2Dr, S::ShiftDr, S::UpdateDr},
+        {S::UpdateDr, S::RunTestIdle, S::SelectDrScan},
+        {S::SelectIrScan, S::CaptureIr, S::TestLogicReset},
+        {S::CaptureIr, S::ShiftIr, S::Exit1Ir},
+        {S::ShiftIr, S::ShiftIr, S::Exit1Ir},
+        {S::Exit1Ir, S::PauseIr, S::UpdateIr},
+        {S::PauseIr, S::PauseIr, S::Exit2Ir},
+        {S::Exit2Ir, S::ShiftIr, S::UpdateIr},
+        {S::UpdateIr, S::RunTestIdle, S::SelectDrScan},
     };
     ASSERT_EQ(std::size(diagram), static_cast<std::size_t>(sim::tapStateCount));
     for (const Step& step : diagram) {
@@ -51,7 +56,8 @@ TEST(TapController, FiveClocksWithTmsHighResetFromEveryState) {
         chain.moveTo(static_cast<TapState>(start));
         ASSERT_EQ(chain.state(), static_cast<TapState>(start));
         chain.reset();
-        EXPECT_EQ(chain.state(), TapState::TestLogicReset) << "from " << sim::tapStateName(static_cast<TapState>(start));
+        EXPECT_EQ(chain.state(), TapState::TestLogicReset)
+            << "from " << sim::tapStateName(static_cast<TapState>(start));
     }
 }
 

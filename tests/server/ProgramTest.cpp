@@ -131,7 +131,8 @@ TEST(Program, TraceHasOneLinePerFrameInBothDirections) {
 TEST(Program, ChainFileReplacesTheBuiltInCable) {
     ScratchDir scratch;
     const std::string chain = scratch.file("chain.json");
-    std::ofstream(chain) << R"({"devices": [{"name": "mcu", "irLength": 5, "idcode": "0x0BADC0DF", "idcodeInstruction": 1},
+    std::ofstream(chain)
+        << R"({"devices": [{"name": "mcu", "irLength": 5, "idcode": "0x0BADC0DF", "idcodeInstruction": 1},
                                             {"name": "glue", "irLength": 2}]})";
     const std::unique_ptr<Simulator> simulator = Simulator::start(port, {"--chain", chain});
     ASSERT_NE(simulator, nullptr);
@@ -153,7 +154,8 @@ TEST(Program, UnreadableChainFileStopsTheStartWithStatusTwo) {
     ScratchDir scratch;
     const std::string chain = scratch.file("chain.json");
     std::ofstream(chain) << R"({"devices": [{"irLength": 40}]})";
-    const pid_t pid = spawnProgram(simulatorAlias(scratch), {"tetherhost", "--port", std::to_string(port), "--chain", chain});
+    const pid_t pid =
+        spawnProgram(simulatorAlias(scratch), {"tetherhost", "--port", std::to_string(port), "--chain", chain});
     EXPECT_TRUE(exitedWith(waitChild(pid, 5000), 2));
     EXPECT_FALSE(portListening(port));
 }

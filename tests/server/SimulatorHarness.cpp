@@ -85,8 +85,7 @@ long residentKilobytes(pid_t pid) {
     return -1;
 }
 
-TraceFollower::TraceFollower(const std::string& path)
-    : path(path), watch(inotify_init1(IN_CLOEXEC)) {
+TraceFollower::TraceFollower(const std::string& path) : path(path), watch(inotify_init1(IN_CLOEXEC)) {
     if (watch >= 0) inotify_add_watch(watch, path.c_str(), IN_MODIFY);
 }
 
@@ -184,7 +183,8 @@ std::unique_ptr<Simulator> Simulator::launch(int port, const std::string& ulimit
     std::unique_ptr<Simulator> simulator(new Simulator);
     std::string program = simulatorAlias(simulator->scratch);
     const std::string pidFile = simulator->file("simulator.pid");
-    std::vector<std::string> arguments = {"simulator-under-test", "--port", std::to_string(port), "--pid-file", pidFile};
+    std::vector<std::string> arguments = {"simulator-under-test", "--port", std::to_string(port), "--pid-file",
+                                          pidFile};
     arguments.insert(arguments.end(), options.begin(), options.end());
     if (!ulimitArguments.empty()) {
         // The shell sets the limits and becomes the simulator (same pid).
@@ -250,7 +250,8 @@ static std::string listeningInode(int port) {
     while (std::getline(table, line)) {
         std::istringstream fields(line);
         std::string slot, localAddress, remoteAddress, state, queues, timer, retransmits, uid, timeout, inode;
-        fields >> slot >> localAddress >> remoteAddress >> state >> queues >> timer >> retransmits >> uid >> timeout >> inode;
+        fields >> slot >> localAddress >> remoteAddress >> state >> queues >> timer >> retransmits >> uid >> timeout >>
+            inode;
         if (localAddress == local && state == "0A") return inode;
     }
     return {};
@@ -318,7 +319,8 @@ void RawClient::close() {
 }
 
 bool RawClient::send(std::string_view bytes) {
-    return socket >= 0 && ::send(socket, bytes.data(), bytes.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(bytes.size());
+    return socket >= 0 &&
+           ::send(socket, bytes.data(), bytes.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(bytes.size());
 }
 
 std::string RawClient::receive(std::size_t capacity) {
@@ -385,7 +387,9 @@ JtagShiftReply RawClient::jtagShift(const JtagShift& shift) {
             continue;
         }
         for (int i = 0; i < chunkCount; ++i) {
-            std::string chunk = block->size() > static_cast<std::size_t>(i) * 1024 ? block->substr(static_cast<std::size_t>(i) * 1024, 1024) : "";
+            std::string chunk = block->size() > static_cast<std::size_t>(i) * 1024
+                                    ? block->substr(static_cast<std::size_t>(i) * 1024, 1024)
+                                    : "";
             chunk.resize(1024, '\0');
             framed = send(chunk) && receive(2) == plus && framed;
         }
@@ -402,7 +406,8 @@ JtagShiftReply RawClient::jtagShift(const JtagShift& shift) {
         result.readBack = result.status.substr(textEnd + 1);
         result.status.resize(textEnd + 1);
     }
-    const std::size_t firstPart = byteCount <= 1024 ? std::max<std::size_t>(static_cast<std::size_t>(byteCount), 1) : 1024;
+    const std::size_t firstPart =
+        byteCount <= 1024 ? std::max<std::size_t>(static_cast<std::size_t>(byteCount), 1) : 1024;
     if (result.readBack.size() < firstPart) result.readBack += receive(1024 - result.readBack.size());
     if (byteCount <= 1024) return result;
     result.framed = send(plus) && result.framed;
@@ -476,8 +481,7 @@ std::string delayed(const std::string& tdi, std::size_t bitCount, std::size_t de
 
 std::string unframe(const std::string& framed) {
     std::string data;
-    for (std::size_t offset = 0; offset < framed.size(); offset += 1024)
-        data += framed.substr(offset + 1, 1023);
+    for (std::size_t offset = 0; offset < framed.size(); offset += 1024) data += framed.substr(offset + 1, 1023);
     return data;
 }
 

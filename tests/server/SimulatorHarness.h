@@ -146,9 +146,9 @@ struct JtagShift {
 
 /** What came back from a JTAG shift, receive by receive. */
 struct JtagShiftReply {
-    bool framed = false;    // every acknowledgement and answer was "+" and NUL
-    std::string status;     // the one receive after the go token, as received
-    std::string readBack;   // the read-back receives, joined
+    bool framed = false;   // every acknowledgement and answer was "+" and NUL
+    std::string status;    // the one receive after the go token, as received
+    std::string readBack;  // the read-back receives, joined
 };
 
 /** One connection to the simulator, spoken byte by byte. Every receive is

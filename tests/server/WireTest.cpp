@@ -90,7 +90,8 @@ TEST_F(Wire, GuardedCommandsOfEveryArgumentPatternWithLocks) {
     EXPECT_EQ(client->exchange("-2", 2), plus);
     EXPECT_EQ(client->reply(), 0);
     EXPECT_EQ(client->exchange("21"), plus);
-    for (const char* token : {"1", "header", "2", "", "3", "trailer", "4", "x"}) EXPECT_EQ(client->exchange(token, 2), plus);
+    for (const char* token : {"1", "header", "2", "", "3", "trailer", "4", "x"})
+        EXPECT_EQ(client->exchange(token, 2), plus);
     EXPECT_EQ(client->reply(), 0);
     EXPECT_EQ(client->exchange("3"), plus);
     EXPECT_EQ(client->exchange("a"), plus);
@@ -116,7 +117,8 @@ TEST_F(Wire, CommandFourAnswersEveryFrameThenGrantsTheSessionLock) {
     EXPECT_EQ(client->exchange("4"), plus);
     EXPECT_EQ(client->exchange("application"), plus);
     EXPECT_EQ(client->exchange("user"), plus);
-    for (const char* option : {"5", "6", "7", "1", "0", "0", "0", "1", "0", "0"}) EXPECT_EQ(client->exchange(option), plus);
+    for (const char* option : {"5", "6", "7", "1", "0", "0", "0", "1", "0", "0"})
+        EXPECT_EQ(client->exchange(option), plus);
     ASSERT_TRUE(client->send(plus));
     EXPECT_EQ(client->receive(2), wire("1\0"));
     EXPECT_EQ(client->exchange("38"), plus);  // no integer reply was due after 4
@@ -287,9 +289,18 @@ TEST_F(Wire, SubCommandsOfEveryPatternAreTakenAndAnswered) {
         std::vector<std::string> tokens;
     };
     const std::vector<Case> cases = {
-        {"9", {}},          {"0", {}},        {"200", {}},           {"-1", {}},
-        {"2", {"7"}},       {"5", {"1", "2"}}, {"93", {"1", "2", "3"}}, {"89", {"1", "2", "3", "4", "5"}},
-        {"1", {"text"}},    {"83", {"a", ""}}, {"30", {"1", "mid", "2"}}, {"120", {"5"}},
+        {"9", {}},
+        {"0", {}},
+        {"200", {}},
+        {"-1", {}},
+        {"2", {"7"}},
+        {"5", {"1", "2"}},
+        {"93", {"1", "2", "3"}},
+        {"89", {"1", "2", "3", "4", "5"}},
+        {"1", {"text"}},
+        {"83", {"a", ""}},
+        {"30", {"1", "mid", "2"}},
+        {"120", {"5"}},
         {"69", {"3.000000"}},
     };
     for (const Case& c : cases) {

@@ -59,9 +59,7 @@ std::string printable(const std::string& bytes) {
     return text + "\"";
 }
 
-std::string systemError(const char* call) {
-    return std::string(call) + " failed: " + std::strerror(errno);
-}
+std::string systemError(const char* call) { return std::string(call) + " failed: " + std::strerror(errno); }
 
 void closeDescriptor(int& fd) {
     if (fd >= 0) close(fd);
@@ -144,16 +142,12 @@ struct ScriptedPeer::State {
         const auto deadline = Clock::now() + stepTimeout;
         switch (step.kind) {
         case Step::Kind::Expect:
-        case Step::Kind::ExpectAny:
-            return receive(index, deadline);
+        case Step::Kind::ExpectAny: return receive(index, deadline);
         case Step::Kind::Reply:
             if (connection < 0) return fail(index, "the connection is closed");
             return (!replyUnread || awaitDrained(index, deadline)) && sendAll(index, deadline);
-        case Step::Kind::Close:
-            shutAndClose(connection);
-            return true;
-        case Step::Kind::Accept:
-            return acceptConnection(index, deadline);
+        case Step::Kind::Close: shutAndClose(connection); return true;
+        case Step::Kind::Accept: return acceptConnection(index, deadline);
         }
         return fail(index, "unknown step");
     }
@@ -166,7 +160,8 @@ struct ScriptedPeer::State {
             const Wait wait = waitFor(connection, POLLIN, deadline);
             if (wait != Wait::Ready) return fail(index, "received " + printable(got) + ", then " + why(wait));
             char chunk[4096];
-            const ssize_t count = recv(connection, chunk, std::min(sizeof chunk, step.count - got.size()), MSG_DONTWAIT);
+            const ssize_t count =
+                recv(connection, chunk, std::min(sizeof chunk, step.count - got.size()), MSG_DONTWAIT);
             if (count > 0) {
                 got.append(chunk, static_cast<std::size_t>(count));
                 const std::lock_guard<std::mutex> lock(mutex);
@@ -200,7 +195,8 @@ struct ScriptedPeer::State {
         const std::string& bytes = steps[index].bytes;
         std::size_t sent = 0;
         while (sent < bytes.size()) {
-            const ssize_t count = send(connection, bytes.data() + sent, bytes.size() - sent, MSG_NOSIGNAL | MSG_DONTWAIT);
+            const ssize_t count =
+                send(connection, bytes.data() + sent, bytes.size() - sent, MSG_NOSIGNAL | MSG_DONTWAIT);
             if (count > 0) {
                 sent += static_cast<std::size_t>(count);
                 continue;
@@ -342,18 +338,14 @@ ScriptedPeer::~ScriptedPeer() {
     if (state->wakeup >= 0) close(state->wakeup);
 }
 
-int ScriptedPeer::clientSocket() const {
-    return state->clientEnd;
-}
+int ScriptedPeer::clientSocket() const { return state->clientEnd; }
 
 ScriptedPeer& ScriptedPeer::expect(const std::string& bytes) {
     state->add(Step{Step::Kind::Expect, bytes, bytes.size()});
     return *this;
 }
 
-ScriptedPeer& ScriptedPeer::expectFrame(const std::string& token) {
-    return expect(token + '\0');
-}
+ScriptedPeer& ScriptedPeer::expectFrame(const std::string& token) { return expect(token + '\0'); }
 
 ScriptedPeer& ScriptedPeer::expectAny(std::size_t count) {
     state->add(Step{Step::Kind::ExpectAny, {}, count});
@@ -365,9 +357,7 @@ ScriptedPeer& ScriptedPeer::reply(const std::string& bytes) {
     return *this;
 }
 
-ScriptedPeer& ScriptedPeer::ack() {
-    return reply(bytes("+\0"));
-}
+ScriptedPeer& ScriptedPeer::ack() { return reply(bytes("+\0")); }
 
 ScriptedPeer& ScriptedPeer::closeConnection() {
     state->add(Step{Step::Kind::Close, {}, 0});
@@ -393,7 +383,8 @@ void ScriptedPeer::start() {
 bool ScriptedPeer::finish(int timeoutMs) {
     if (state->thread.joinable()) {
         std::unique_lock<std::mutex> lock(state->mutex);
-        const bool ended = state->ended.wait_for(lock, std::chrono::milliseconds(timeoutMs), [this] { return state->done; });
+        const bool ended =
+            state->ended.wait_for(lock, std::chrono::milliseconds(timeoutMs), [this] { return state->done; });
         lock.unlock();
         if (!ended) state->stop("finish(" + std::to_string(timeoutMs) + ") stopped the script");
         state->thread.join();

@@ -41,18 +41,19 @@ TEST_F(ExamplesTest, MinimalHostReadsTheIdcodeOfTheDeviceNextToTdo) {
 TEST_F(ExamplesTest, ListRepliesPrintsTheFieldsOfThreeReplies) {
     const Finished run = example("list_replies");
     EXPECT_EQ(run.exitCode, 0) << run.err;
-    EXPECT_TRUE(std::regex_match(run.out, std::regex("server status \\(command 1\\): integer reply 0, 4 fields\n"
-                                                     "  tetherhost simulator " TETHERHOST_VERSION_TEXT "\n"
-                                                     "  clients=1\n"
-                                                     "  connections=1\n"
-                                                     "  heap=[0-9]+\n"
-                                                     "chain \\(command 44, sub-command 7\\): integer reply 3, 3 fields\n"
-                                                     "  tap0,4,0x10a5c1ff\n"
-                                                     "  tap1,6,0x23e171ff\n"
-                                                     "  tap2,8,0x07b421ff\n"
-                                                     "shared applications \\(command 43\\): integer reply 2, 2 fields\n"
-                                                     "  alpha\n"
-                                                     "  beta\n")))
+    EXPECT_TRUE(
+        std::regex_match(run.out, std::regex("server status \\(command 1\\): integer reply 0, 4 fields\n"
+                                             "  tetherhost simulator " TETHERHOST_VERSION_TEXT "\n"
+                                             "  clients=1\n"
+                                             "  connections=1\n"
+                                             "  heap=[0-9]+\n"
+                                             "chain \\(command 44, sub-command 7\\): integer reply 3, 3 fields\n"
+                                             "  tap0,4,0x10a5c1ff\n"
+                                             "  tap1,6,0x23e171ff\n"
+                                             "  tap2,8,0x07b421ff\n"
+                                             "shared applications \\(command 43\\): integer reply 2, 2 fields\n"
+                                             "  alpha\n"
+                                             "  beta\n")))
         << run.out;
 }
 

@@ -19,9 +19,7 @@ namespace tetherhost::test {
 
 namespace {
 
-double now() {
-    return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
-}
+double now() { return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count(); }
 
 /* In the child: the environment additions, then exec; never returns. */
 [[noreturn]] void execute(const std::vector<std::string>& argv, const std::vector<std::string>& environment) {
@@ -174,7 +172,8 @@ Simulator::Simulator(const std::vector<std::string>& options) {
     const std::string program = folder.file("tool-test-simulator");
     std::error_code linkError;
     std::filesystem::create_symlink(TETHERHOST_PATH, program, linkError);
-    std::vector<std::string> argv = {program, "--idle-exit", "120", "--pid-file", pidFile, "--trace", folder.file("trace")};
+    std::vector<std::string> argv = {program,   "--idle-exit",       "120", "--pid-file", pidFile,
+                                     "--trace", folder.file("trace")};
     argv.insert(argv.end(), options.begin(), options.end());
     const std::string errors = folder.file("stderr");
     child = fork();

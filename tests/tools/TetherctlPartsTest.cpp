@@ -83,8 +83,8 @@ TEST(SendShape, UpToEightArgumentsMayComeInAnyOrder) {
 
 TEST(SendShape, NineOrTenArgumentsMayFormFiveRuns) {
     // Command 47: three ints, a block, four ints, a block, an int.
-    EXPECT_NO_THROW(checkArgumentShape(
-        arguments({"i:0", "i:80", "i:8", "x:01", "i:0", "i:0", "i:80", "i:8", "x:01", "i:0"})));
+    EXPECT_NO_THROW(
+        checkArgumentShape(arguments({"i:0", "i:80", "i:8", "x:01", "i:0", "i:0", "i:80", "i:8", "x:01", "i:0"})));
     EXPECT_NO_THROW(checkArgumentShape(shape(10, 2)));
     EXPECT_THROW(checkArgumentShape(shape(9, 1)), UsageError);
     EXPECT_THROW(checkArgumentShape(shape(10, 1)), UsageError);
@@ -191,8 +191,10 @@ TEST(Json, ObjectsKeepTheirOrderAndTextsAreEscaped) {
 TEST(ProgressBar, FrameShowsBytesRateAndTimeLeft) {
     EXPECT_EQ(ProgressBar::render(std::uint64_t{512} * 1024, std::uint64_t{1024} * 1024, 1.0),
               "[###############---------------]  50%  512.0 KiB / 1.0 MiB  512.0 KiB/s  0:01 left");
-    EXPECT_EQ(ProgressBar::render(0, 100, 0.0), "[------------------------------]   0%  0 B / 100 B  0 B/s  --:-- left");
-    EXPECT_EQ(ProgressBar::render(100, 100, 2.0), "[##############################] 100%  100 B / 100 B  50 B/s  0:00 left");
+    EXPECT_EQ(ProgressBar::render(0, 100, 0.0),
+              "[------------------------------]   0%  0 B / 100 B  0 B/s  --:-- left");
+    EXPECT_EQ(ProgressBar::render(100, 100, 2.0),
+              "[##############################] 100%  100 B / 100 B  50 B/s  0:00 left");
 }
 
 TEST(ProgressBar, DrawsNothingWhenNotEnabled) {

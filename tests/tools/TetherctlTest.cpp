@@ -216,8 +216,7 @@ TEST_F(TetherctlTest, PumpDrawsItsProgressBarOnlyOnATerminal) {
     EXPECT_EQ(onTerminal.exitCode, 0) << onTerminal.out;
     EXPECT_NE(onTerminal.out.find("\r[------------------------------]   0%  0 B / 195.3 KiB"), std::string::npos)
         << onTerminal.out;
-    EXPECT_NE(onTerminal.out.find("\r[##############################] 100%  195.3 KiB / 195.3 KiB"),
-              std::string::npos)
+    EXPECT_NE(onTerminal.out.find("\r[##############################] 100%  195.3 KiB / 195.3 KiB"), std::string::npos)
         << onTerminal.out;
     EXPECT_NE(onTerminal.out.find("/s  0:00 left"), std::string::npos) << onTerminal.out;
     const Finished onPipe = tetherctl({"pump", file});
@@ -354,8 +353,8 @@ TEST(TetherctlArguments, SendRefusesAnArgumentWithoutAType) {
 }
 
 TEST(TetherctlArguments, SendRefusesAShapeBeyondTheLimits) {
-    const Finished run = runProgram(
-        {TETHERCTL_PATH, "--json", "send", "4", "s:a", "i:1", "i:2", "i:3", "i:4", "i:5", "i:6", "i:7", "i:8", "i:9", "s:b"});
+    const Finished run = runProgram({TETHERCTL_PATH, "--json", "send", "4", "s:a", "i:1", "i:2", "i:3", "i:4", "i:5",
+                                     "i:6", "i:7", "i:8", "i:9", "s:b"});
     EXPECT_EQ(run.exitCode, 2);
     EXPECT_EQ(run.err,
               "tetherctl: send: 11 arguments in 3 runs of one kind; 11 arguments may form at most 2 runs (see "
@@ -401,7 +400,8 @@ TEST(TetherctlWithoutServer, ConnectGivesUpWithMinus1001WhenNoServerCanBeStarted
     EXPECT_EQ(countOf(run.err, "tetherctl: connecting to the server failed: -1001: could not send to the server\n"), 1u)
         << run.err;
     EXPECT_EQ(json::parse(run.out)["error"]["status"], -1001);
-    const std::string startFailure = "tetherctl: the tetherhost server could not be started from " + empty.path() + "\n";
+    const std::string startFailure =
+        "tetherctl: the tetherhost server could not be started from " + empty.path() + "\n";
     if (startAttempted) {
         EXPECT_EQ(countOf(run.err, startFailure), 1u) << run.err;
         EXPECT_GE(run.seconds, 5.0);
@@ -437,13 +437,14 @@ TEST(TetherctlWithoutServer, AServerProcessThatDoesNotListenIsNotStartedAgainAnd
 
 TEST(TetherctlStartsTheServer, ChainRunsAgainstTheServerThatConnectStarts) {
     ASSERT_TRUE(waitForPort4001()) << "127.0.0.1:4001 stays taken by another program";
-    if (tetherhostProcessRuns()) GTEST_SKIP() << "a tetherhost process already runs here, so Connect would not start one";
+    if (tetherhostProcessRuns())
+        GTEST_SKIP() << "a tetherhost process already runs here, so Connect would not start one";
     // Connect starts "tetherhost" from --server-dir: here a script that
     // starts the simulator so that this test learns its process id.
     TempDir serverDir;
     const std::string pidFile = serverDir.file("pid");
-    writeFile(serverDir.file("tetherhost"), std::string("#!/bin/sh\nexec ") + TETHERHOST_PATH +
-                                                " --idle-exit 30 --pid-file " + pidFile + "\n");
+    writeFile(serverDir.file("tetherhost"),
+              std::string("#!/bin/sh\nexec ") + TETHERHOST_PATH + " --idle-exit 30 --pid-file " + pidFile + "\n");
     chmod(serverDir.file("tetherhost").c_str(), 0755);
     const Finished run = runProgram({TETHERCTL_PATH, "--server-dir", serverDir.path(), "chain"});
     const std::string pid = readFile(pidFile);

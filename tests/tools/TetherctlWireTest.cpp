@@ -91,8 +91,7 @@ TEST_F(TetherctlWireTest, AnEmptyBlockArgumentIsANullPointer) {
     const Finished run = send({"44", "i:12", "i:0", "i:8", "i:1", "i:0", "x:", "x:00"});
     EXPECT_TRUE(peer->finish()) << peer->failure();
     EXPECT_EQ(run.exitCode, 1);
-    EXPECT_EQ(run.err,
-              "tetherctl: command 44 failed: -1020: the shift has no data: its first data block is missing\n");
+    EXPECT_EQ(run.err, "tetherctl: command 44 failed: -1020: the shift has no data: its first data block is missing\n");
 }
 
 TEST_F(TetherctlWireTest, HeaderTrailerAlternatesEightArguments) {

@@ -91,8 +91,7 @@ TEST_F(Sspi, Command51SecondTransferTakesTheNextFourElementsAndItsReadBackRemain
     EXPECT_EQ(second, 0);
     EXPECT_EQ(after, 4242);
     EXPECT_TRUE(peerFinished());
-    EXPECT_EQ(ids(), (Ids{"1113", "1047", "1047", "1047", "1113", "1047", "1047", "1047", "1110",
-                          "1047"}));
+    EXPECT_EQ(ids(), (Ids{"1113", "1047", "1047", "1047", "1113", "1047", "1047", "1047", "1110", "1047"}));
     EXPECT_EQ(takeTdo(16, 2), std::make_pair(0, bytes("X\0")));
 }
 

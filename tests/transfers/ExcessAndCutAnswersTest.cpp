@@ -112,8 +112,7 @@ TEST_F(CutChunks, PumpReadBackChunkCutShortIsTakenWholeAndTheCloseFailsTheNextCh
     EXPECT_TRUE(peerFinished());
     EXPECT_EQ(ids(), (Ids{"1112", "1044", "1044", "1044", "1110", "1110", "1110", "1045"}));
     EXPECT_EQ(client.GetClientStatus(), 0);
-    EXPECT_EQ(takeTdo(24576, 3072),
-              std::make_pair(0, readBack.substr(0, 1524) + std::string(3072 - 1524, '?')));
+    EXPECT_EQ(takeTdo(24576, 3072), std::make_pair(0, readBack.substr(0, 1524) + std::string(3072 - 1524, '?')));
 }
 
 }  // namespace

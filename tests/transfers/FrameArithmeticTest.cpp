@@ -53,8 +53,7 @@ TEST(BitReversal, MirrorsTheBitsOfAByte) {
     EXPECT_EQ(reverseBits(0xA5), 0xA5);
     EXPECT_EQ(reverseBits(0x00), 0x00);
     EXPECT_EQ(reverseBits(0xFF), 0xFF);
-    for (int byte = 0; byte < 256; ++byte)
-        EXPECT_EQ(reverseBits(reverseBits(static_cast<unsigned char>(byte))), byte);
+    for (int byte = 0; byte < 256; ++byte) EXPECT_EQ(reverseBits(reverseBits(static_cast<unsigned char>(byte))), byte);
 }
 
 }  // namespace

@@ -48,8 +48,8 @@ TEST_P(GenericShiftChunks, ChunksGoOutAtTheirTrueLengthThenOneMoreAcknowledgemen
 }
 
 INSTANTIATE_TEST_SUITE_P(Boundaries, GenericShiftChunks,
-                         ::testing::Values(ChunkCase{8193, 1025}, ChunkCase{16384, 2048},
-                                           ChunkCase{16385, 2049}, ChunkCase{24000, 3000}),
+                         ::testing::Values(ChunkCase{8193, 1025}, ChunkCase{16384, 2048}, ChunkCase{16385, 2049},
+                                           ChunkCase{24000, 3000}),
                          [](const auto& info) { return bitsName(info.param.bitCount); });
 
 TEST_F(GenericShift, ShiftOf3000BytesGoesAsChunksOf1024_1024And952) {

@@ -102,28 +102,18 @@ protected:
         };
         switch (kind) {
         case Kind::NoArgs:
-        case Kind::Unknown:
-            return withVaList(run, number, sentinel);
+        case Kind::Unknown: return withVaList(run, number, sentinel);
         case Kind::OneInt:
-        case Kind::IntThenEmptyText:
-            return withVaList(run, number, 11, sentinel);
-        case Kind::TwoInts:
-            return withVaList(run, number, 11, 12, sentinel);
-        case Kind::ThreeInts:
-            return withVaList(run, number, 11, 12, 13, sentinel);
-        case Kind::FiveInts:
-            return withVaList(run, number, 11, 12, 13, 14, 15, sentinel);
-        case Kind::OneText:
-            return withVaList(run, number, "t1", sentinel);
-        case Kind::TwoTexts:
-            return withVaList(run, number, "t1", "t2", sentinel);
-        case Kind::IntTextInt:
-            return withVaList(run, number, 11, "t1", 12, sentinel);
+        case Kind::IntThenEmptyText: return withVaList(run, number, 11, sentinel);
+        case Kind::TwoInts: return withVaList(run, number, 11, 12, sentinel);
+        case Kind::ThreeInts: return withVaList(run, number, 11, 12, 13, sentinel);
+        case Kind::FiveInts: return withVaList(run, number, 11, 12, 13, 14, 15, sentinel);
+        case Kind::OneText: return withVaList(run, number, "t1", sentinel);
+        case Kind::TwoTexts: return withVaList(run, number, "t1", "t2", sentinel);
+        case Kind::IntTextInt: return withVaList(run, number, 11, "t1", 12, sentinel);
         case Kind::FractionStrict:
-        case Kind::FractionFixed:
-            return withVaList(run, number, 3, sentinel);
-        case Kind::JtagShift:
-            return withVaList(run, number, 0, 8, 0, 0, "Z", sentinel);
+        case Kind::FractionFixed: return withVaList(run, number, 3, sentinel);
+        case Kind::JtagShift: return withVaList(run, number, 0, 8, 0, 0, "Z", sentinel);
         }
         return 0;
     }
@@ -148,29 +138,14 @@ protected:
             messages.push_back("1082");
         };
         switch (kind) {
-        case Kind::NoArgs:
-            return 2;
-        case Kind::Unknown:
-            messages.push_back("2000");
-            return 2;
-        case Kind::OneInt:
-            ints({"11"});
-            return 0;
-        case Kind::TwoInts:
-            ints({"11", "12"});
-            return 0;
-        case Kind::ThreeInts:
-            ints({"11", "12", "13"});
-            return 0;
-        case Kind::FiveInts:
-            ints({"11", "12", "13", "14", "15"});
-            return 0;
-        case Kind::OneText:
-            texts({"t1"});
-            return 0;
-        case Kind::TwoTexts:
-            texts({"t1", "t2"});
-            return 0;
+        case Kind::NoArgs: return 2;
+        case Kind::Unknown: messages.push_back("2000"); return 2;
+        case Kind::OneInt: ints({"11"}); return 0;
+        case Kind::TwoInts: ints({"11", "12"}); return 0;
+        case Kind::ThreeInts: ints({"11", "12", "13"}); return 0;
+        case Kind::FiveInts: ints({"11", "12", "13", "14", "15"}); return 0;
+        case Kind::OneText: texts({"t1"}); return 0;
+        case Kind::TwoTexts: texts({"t1", "t2"}); return 0;
         case Kind::IntTextInt:
             ints({"11"});
             texts({"t1"});
@@ -180,12 +155,8 @@ protected:
             ints({"11"});
             texts({});
             return 0;
-        case Kind::FractionStrict:
-            peer.expectFrame("3.000000").ack();
-            return 2;
-        case Kind::FractionFixed:
-            peer.expect(padded("3.000000")).reply("-");
-            return 1;
+        case Kind::FractionStrict: peer.expectFrame("3.000000").ack(); return 2;
+        case Kind::FractionFixed: peer.expect(padded("3.000000")).reply("-"); return 1;
         case Kind::JtagShift:
             tokens(peer, {"0", "8", "0", "0"});
             peer.expect(bytes("Z\0")).reply("r").expect(goToken).reply(bytes("0\0"));
@@ -264,8 +235,8 @@ TEST_F(JtagInterface, SubCommand30GoesOnAfterARefusedFirstInteger) {
     peer->start();
     EXPECT_EQ(jtagInterface(30, 11, "t", 12), 0);
     EXPECT_TRUE(peerFinished());
-    EXPECT_EQ(ids(), (Ids{"1061", "1063", "1079", "1061", "1062", "1081", "1065", "1067", "1082",
-                          "1079", "1061", "1063", "1080"}));
+    EXPECT_EQ(ids(), (Ids{"1061", "1063", "1079", "1061", "1062", "1081", "1065", "1067", "1082", "1079", "1061",
+                          "1063", "1080"}));
 }
 
 TEST_F(JtagInterface, SubCommand30ReturnsTheResultOfItsLastFrame) {

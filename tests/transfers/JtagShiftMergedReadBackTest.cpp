@@ -38,8 +38,7 @@ protected:
 };
 
 using JtagShiftMerged = MergedReadBack;
-class JtagShiftMergedSingleBlock : public MergedReadBack,
-                                   public ::testing::WithParamInterface<MergeCase> {};
+class JtagShiftMergedSingleBlock : public MergedReadBack, public ::testing::WithParamInterface<MergeCase> {};
 
 TEST_P(JtagShiftMergedSingleBlock, StatusAndWholeReadBackInOneSendAreReadOnce) {
     const MergeCase c = GetParam();
@@ -50,20 +49,18 @@ TEST_P(JtagShiftMergedSingleBlock, StatusAndWholeReadBackInOneSendAreReadOnce) {
     peer->reply(bytes("0\0") + readBack);
     scriptNextCommand();
     peer->start();
-    EXPECT_EQ(jtagShift(0, c.bitCount, 1, 0, data.c_str(), data.c_str()),
-              static_cast<int>(c.readBackBytes));
+    EXPECT_EQ(jtagShift(0, c.bitCount, 1, 0, data.c_str(), data.c_str()), static_cast<int>(c.readBackBytes));
     EXPECT_EQ(ids(), (Ids{"1111", "1103", "1042"}));
     // A 0-bit scan's zero byte is read but holds no scan data.
-    const auto expected = c.bitCount == 0 ? std::make_pair(-1022, std::string())
-                                          : std::make_pair(0, readBack);
+    const auto expected = c.bitCount == 0 ? std::make_pair(-1022, std::string()) : std::make_pair(0, readBack);
     EXPECT_EQ(takeTdo(c.bitCount, byteCount), expected);
     expectNextCommandInStep();
     EXPECT_TRUE(peerFinished());
 }
 
 INSTANTIATE_TEST_SUITE_P(Sizes, JtagShiftMergedSingleBlock,
-                         ::testing::Values(MergeCase{0, 1}, MergeCase{8, 1}, MergeCase{32, 4},
-                                           MergeCase{8000, 1000}, MergeCase{8192, 1024}),
+                         ::testing::Values(MergeCase{0, 1}, MergeCase{8, 1}, MergeCase{32, 4}, MergeCase{8000, 1000},
+                                           MergeCase{8192, 1024}),
                          [](const auto& info) { return bitsName(info.param.bitCount); });
 
 TEST_F(JtagShiftMerged, ReadBackBegunInTheStatusReceiveIsCompletedByOneReceive) {
@@ -98,8 +95,7 @@ void PrintTo(const ChunkedMergeCase& c, std::ostream* out) {
     *out << "{bitCount " << c.bitCount << ", chunkCount " << c.chunkCount << "}";
 }
 
-class JtagShiftMergedChunkCounts : public MergedReadBack,
-                                   public ::testing::WithParamInterface<ChunkedMergeCase> {};
+class JtagShiftMergedChunkCounts : public MergedReadBack, public ::testing::WithParamInterface<ChunkedMergeCase> {};
 
 /** The read-back as the server sends it: chunks of 1024 bytes, each
  * beginning with "+", the last one short. */
@@ -118,8 +114,7 @@ TEST_P(JtagShiftMergedChunkCounts, StatusAndFirstChunkInOneSendBeginTheReadBack)
     chunks(*peer, data, true);
     chunks(*peer, data, true);
     peer->expect(goToken).reply(bytes("0\0") + readBack.substr(0, 1024)).expect(goToken);
-    for (std::size_t at = 1024; at < byteCount; at += 1024)
-        peer->reply(readBack.substr(at, 1024)).expect(goToken);
+    for (std::size_t at = 1024; at < byteCount; at += 1024) peer->reply(readBack.substr(at, 1024)).expect(goToken);
     scriptNextCommand();
     peer->start();
     EXPECT_EQ(jtagShift(0, c.bitCount, 1, 0, data.c_str(), data.c_str()), 2);

@@ -319,9 +319,9 @@ TEST_P(JtagShiftBitCounts, ByteCountFollowsThe32BitArithmetic) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Edges, JtagShiftBitCounts,
-                         ::testing::Values(BitCountCase{0, true}, BitCountCase{-1, true},
-                                           BitCountCase{-8, true}, BitCountCase{-14, true},
-                                           BitCountCase{-15, false}, BitCountCase{INT_MAX, false}),
+                         ::testing::Values(BitCountCase{0, true}, BitCountCase{-1, true}, BitCountCase{-8, true},
+                                           BitCountCase{-14, true}, BitCountCase{-15, false},
+                                           BitCountCase{INT_MAX, false}),
                          [](const auto& info) { return bitsName(info.param.bitCount); });
 
 TEST_F(JtagShift, TwoMebibyteShiftWithReadBack) {

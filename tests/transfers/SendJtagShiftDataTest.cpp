@@ -55,9 +55,7 @@ TEST_F(SendJtagShiftData, LargeShiftWithTwoBlocksSendsTheFirstBufferTwiceThenAZe
     peer->expect(zeroFrame).ack();
     peer->start();
     int s = socket();
-    EXPECT_EQ(SendJTAGShiftData(s, 0, 16385, 2, bufferOf(data), bufferOf(pattern(2049, 'X')),
-                                LByteBuffer()),
-              0);
+    EXPECT_EQ(SendJTAGShiftData(s, 0, 16385, 2, bufferOf(data), bufferOf(pattern(2049, 'X')), LByteBuffer()), 0);
     EXPECT_TRUE(peerFinished());
 }
 
@@ -69,9 +67,9 @@ TEST_F(SendJtagShiftData, LargeShiftWithThreeBlocksSendsTheFirstBufferThreeTimes
     chunks(*peer, data, false);
     peer->start();
     int s = socket();
-    EXPECT_EQ(SendJTAGShiftData(s, 0, 16385, 3, bufferOf(data), bufferOf(pattern(2049, 'X')),
-                                bufferOf(pattern(2049, 'Y'))),
-              0);
+    EXPECT_EQ(
+        SendJTAGShiftData(s, 0, 16385, 3, bufferOf(data), bufferOf(pattern(2049, 'X')), bufferOf(pattern(2049, 'Y'))),
+        0);
     EXPECT_TRUE(peerFinished());
 }
 
@@ -82,8 +80,7 @@ TEST_F(SendJtagShiftData, SmallShiftSendsZerosInTheSecondAndThirdSlots) {
     peer->expect(zeroFrame).ack().expect(zeroFrame).ack();
     peer->start();
     int s = socket();
-    EXPECT_EQ(SendJTAGShiftData(s, 0, 100, 3, bufferOf(data), bufferOf(pattern(13, 'X')),
-                                bufferOf(pattern(13, 'Y'))),
+    EXPECT_EQ(SendJTAGShiftData(s, 0, 100, 3, bufferOf(data), bufferOf(pattern(13, 'X')), bufferOf(pattern(13, 'Y'))),
               0);
     EXPECT_TRUE(peerFinished());
 }

@@ -6,9 +6,7 @@ namespace {
 
 using SharedApps = TransferTest;
 
-std::string listLine(const std::string& shown) {
-    return "1116 xfer: shared applications list is '" + shown + "'";
-}
+std::string listLine(const std::string& shown) { return "1116 xfer: shared applications list is '" + shown + "'"; }
 
 TEST_F(SharedApps, CountZeroSends1024ZeroBytesAndAcceptsAnyOneByteReply) {
     peer->expect(std::string(1024, '\0')).reply("x");
@@ -88,8 +86,8 @@ TEST_F(SharedApps, TenNamesOfFullLengthFit) {
     ASSERT_EQ(joined.size(), 1010u);
     peer->expect(padded(joined)).ack();
     peer->start();
-    EXPECT_EQ(sharedApps(10, n[0].c_str(), n[1].c_str(), n[2].c_str(), n[3].c_str(), n[4].c_str(),
-                         n[5].c_str(), n[6].c_str(), n[7].c_str(), n[8].c_str(), n[9].c_str()),
+    EXPECT_EQ(sharedApps(10, n[0].c_str(), n[1].c_str(), n[2].c_str(), n[3].c_str(), n[4].c_str(), n[5].c_str(),
+                         n[6].c_str(), n[7].c_str(), n[8].c_str(), n[9].c_str()),
               0);
     EXPECT_TRUE(peerFinished());
 }
@@ -102,9 +100,8 @@ TEST_F(SharedApps, ANameThatFillsTheTextTo1023BytesStillFits) {
     ASSERT_EQ(joined.size(), 1023u);
     peer->expect(padded(joined)).ack();
     peer->start();
-    EXPECT_EQ(sharedApps(11, n[0].c_str(), n[1].c_str(), n[2].c_str(), n[3].c_str(), n[4].c_str(),
-                         n[5].c_str(), n[6].c_str(), n[7].c_str(), n[8].c_str(), n[9].c_str(),
-                         last.c_str()),
+    EXPECT_EQ(sharedApps(11, n[0].c_str(), n[1].c_str(), n[2].c_str(), n[3].c_str(), n[4].c_str(), n[5].c_str(),
+                         n[6].c_str(), n[7].c_str(), n[8].c_str(), n[9].c_str(), last.c_str()),
               0);
     EXPECT_TRUE(peerFinished());
     EXPECT_EQ(linesOf("1116"), Ids{listLine(joined)});
@@ -124,8 +121,8 @@ TEST_F(SharedApps, ANameThatWouldNotFitIsLeftOutWithAllAfterItButAllAreTaken) {
             after = va_arg(list, int);
             return 0;
         },
-        12, n[0].c_str(), n[1].c_str(), n[2].c_str(), n[3].c_str(), n[4].c_str(), n[5].c_str(),
-        n[6].c_str(), n[7].c_str(), n[8].c_str(), n[9].c_str(), tooLong.c_str(), "y", 4242);
+        12, n[0].c_str(), n[1].c_str(), n[2].c_str(), n[3].c_str(), n[4].c_str(), n[5].c_str(), n[6].c_str(),
+        n[7].c_str(), n[8].c_str(), n[9].c_str(), tooLong.c_str(), "y", 4242);
     EXPECT_EQ(result, 0);
     EXPECT_EQ(after, 4242);
     EXPECT_TRUE(peerFinished());

@@ -63,8 +63,7 @@ TEST_F(TransferSend, Command47MakesTheSecondI2cTransferEvenWhenTheFirstFails) {
     peer->expect("\x80").reply("b");
     integerReply("5");
     connect();
-    EXPECT_EQ(client.Send(47, 1, 0x01, 8, static_cast<const char*>(nullptr), 2, 3, 0x50, 8, "\x01", 4),
-              5);
+    EXPECT_EQ(client.Send(47, 1, 0x01, 8, static_cast<const char*>(nullptr), 2, 3, 0x50, 8, "\x01", 4), 5);
     EXPECT_TRUE(peerFinished());
     EXPECT_EQ(client.GetClientStatus(), 0);
     const Ids posted = log.identifiers();
@@ -98,8 +97,7 @@ TEST_F(TransferSend, Command42WhoseLastReadBackChunkIsCutByACloseReturns0AndReco
     EXPECT_EQ(client.Send(42, data.c_str(), 16384, 0, 1), 0);
     EXPECT_TRUE(peerFinished());
     EXPECT_EQ(client.GetClientStatus(), -1002);
-    EXPECT_EQ(log.identifiers(),
-              (Ids{"1093", "1112", "1044", "1044", "1044", "1110", "1110", "1096", "1019", "1020"}));
+    EXPECT_EQ(log.identifiers(), (Ids{"1093", "1112", "1044", "1044", "1044", "1110", "1110", "1096", "1019", "1020"}));
     std::string tdo(2048, '?');
     EXPECT_EQ(client.GetTDO(tdo.data(), 16384), 0);
     EXPECT_EQ(tdo, readBack.substr(0, 1524) + std::string(2048 - 1524, '?'));

@@ -132,46 +132,39 @@ protected:
     template <typename... Args>
     int jtagShift(Args... args) {
         const int s = socket();
-        return withVaList([this, s](va_list list) { return client.sendJTAGShiftargs(s, list); },
-                          args...);
+        return withVaList([this, s](va_list list) { return client.sendJTAGShiftargs(s, list); }, args...);
     }
     template <typename... Args>
     int genericShift(Args... args) {
         const int s = socket();
-        return withVaList([this, s](va_list list) { return client.sendShiftargs(s, list); },
-                          args...);
+        return withVaList([this, s](va_list list) { return client.sendShiftargs(s, list); }, args...);
     }
     template <typename... Args>
     int pumpData(Args... args) {
         int s = socket();
-        return withVaList([this, &s](va_list list) { return client.sendPumpData(s, list); },
-                          args...);
+        return withVaList([this, &s](va_list list) { return client.sendPumpData(s, list); }, args...);
     }
     template <typename... Args>
     int sspi(int withWrite, int withReadBack, Args... args) {
         int s = socket();
-        return withVaList(
-            [&](va_list list) { return client.sendSSPIShiftargs(s, withWrite, withReadBack, list); },
-            args...);
+        return withVaList([&](va_list list) { return client.sendSSPIShiftargs(s, withWrite, withReadBack, list); },
+                          args...);
     }
     template <typename... Args>
     int i2c(int withWrite, int withReadBack, Args... args) {
         int s = socket();
-        return withVaList(
-            [&](va_list list) { return client.sendI2CShiftargs(s, withWrite, withReadBack, list); },
-            args...);
+        return withVaList([&](va_list list) { return client.sendI2CShiftargs(s, withWrite, withReadBack, list); },
+                          args...);
     }
     template <typename... Args>
     int sharedApps(Args... args) {
         int s = socket();
-        return withVaList([this, &s](va_list list) { return client.sendSharedApps(s, list); },
-                          args...);
+        return withVaList([this, &s](va_list list) { return client.sendSharedApps(s, list); }, args...);
     }
     template <typename... Args>
     int jtagInterface(Args... args) {
         int s = socket();
-        return withVaList([this, &s](va_list list) { return client.JTAGInterfaceFunc(s, list); },
-                          args...);
+        return withVaList([this, &s](va_list list) { return client.JTAGInterfaceFunc(s, list); }, args...);
     }
 
     /** Fills the client's scan return data with `data` through a generic
@@ -183,9 +176,8 @@ protected:
         filler->expect(data).reply(data);
         filler->start();
         const int s = filler->clientSocket();
-        const int result = withVaList(
-            [this, s](va_list list) { return client.sendShiftargs(s, list); }, 0,
-            static_cast<int>(8 * data.size()), 1, data.c_str());
+        const int result = withVaList([this, s](va_list list) { return client.sendShiftargs(s, list); }, 0,
+                                      static_cast<int>(8 * data.size()), 1, data.c_str());
         ASSERT_EQ(result, 0);
         ASSERT_TRUE(filler->finish()) << filler->failure();
         log.clear();
