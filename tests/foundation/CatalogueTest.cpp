@@ -8,6 +8,7 @@
 
 #include <gtest/gtest.h>
 
+#include "CatalogueFiles.h"
 #include "ClientUtils.h"
 #include "support/HeapInUse.h"
 #include "platform/itoa.h"
@@ -15,39 +16,7 @@
 
 namespace {
 
-std::map<int, std::string> catalogueTemplates() {
-    std::map<int, std::string> templates;
-    std::ifstream in(TETHERHOST_MSG_SOURCE);
-    const std::regex messageLine("^([0-9]+) (.*)$");
-    for (std::string line; std::getline(in, line);) {
-        std::smatch match;
-        if (std::regex_match(line, match, messageLine)) templates[std::stoi(match[1])] = match[2];
-    }
-    return templates;
-}
-
-std::map<int, std::string> expectedSignatures() {
-    std::map<int, std::string> signatures;
-    std::ifstream in(TETHERHOST_SIGNATURES);
-    for (std::string line; std::getline(in, line);) {
-        if (line.empty() || line[0] == '#') continue;
-        const auto blank = line.find(' ');
-        const std::string signature = line.substr(blank + 1);
-        signatures[std::stoi(line.substr(0, blank))] = signature == "-" ? "" : signature;
-    }
-    return signatures;
-}
-
-std::string placeholders(const std::string& text) {
-    std::string kinds;
-    for (std::size_t i = 0; i < text.size(); ++i) {
-        if (text.compare(i, 3, "$$s") == 0 || text.compare(i, 3, "$$d") == 0) {
-            kinds.push_back(text[i + 2]);
-            i += 2;
-        }
-    }
-    return kinds;
-}
+using namespace tetherhost::test;
 
 std::set<int> postedIdentifiers() {
     std::set<int> ids;
@@ -71,11 +40,11 @@ TEST(Catalogue, HoldsExactlyThe109PostedIdentifiers) {
     const auto templates = catalogueTemplates();
     EXPECT_EQ(templates.size(), 109u);
     EXPECT_EQ(keys(templates), postedIdentifiers());
-    EXPECT_EQ(keys(expectedSignatures()), postedIdentifiers());
+    EXPECT_EQ(keys(postedSignatures()), postedIdentifiers());
 }
 
 TEST(Catalogue, EveryTemplateCarriesThePlaceholdersOfItsArguments) {
-    const auto signatures = expectedSignatures();
+    const auto signatures = postedSignatures();
     for (const auto& [id, text] : catalogueTemplates()) {
         ASSERT_EQ(signatures.count(id), 1u) << id;
         EXPECT_EQ(placeholders(text), signatures.at(id)) << "message " << id << ": " << text;

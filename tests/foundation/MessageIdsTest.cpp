@@ -12,7 +12,11 @@
 
 #include <gtest/gtest.h>
 
+#include "CatalogueFiles.h"
+
 namespace {
+
+using namespace tetherhost::test;
 
 struct NamedId {
     std::string name;
@@ -41,43 +45,6 @@ std::size_t declarationCount() {
     std::size_t count = 0;
     for (auto at = header.find("constexpr"); at != std::string::npos; at = header.find("constexpr", at + 1)) ++count;
     return count;
-}
-
-std::map<int, std::string> catalogueTemplates() {
-    std::map<int, std::string> templates;
-    std::ifstream in(TETHERHOST_MSG_SOURCE);
-    const std::regex messageLine("^([0-9]+) (.*)$");
-    for (std::string line; std::getline(in, line);) {
-        std::smatch match;
-        if (std::regex_match(line, match, messageLine)) templates[std::stoi(match[1])] = match[2];
-    }
-    return templates;
-}
-
-/* Identifier -> the kinds of the arguments it is posted with ("" for none). */
-std::map<int, std::string> postedSignatures() {
-    std::map<int, std::string> signatures;
-    std::ifstream in(TETHERHOST_SIGNATURES);
-    for (std::string line; std::getline(in, line);) {
-        if (line.empty() || line[0] == '#') continue;
-        const auto blank = line.find(' ');
-        const std::string signature = line.substr(blank + 1);
-        signatures[std::stoi(line.substr(0, blank))] = signature == "-" ? "" : signature;
-    }
-    return signatures;
-}
-
-/* The kinds of the placeholders of a template, in order: 's' for "$$s",
- * 'd' for "$$d". */
-std::string placeholders(const std::string& text) {
-    std::string kinds;
-    for (std::size_t i = 0; i < text.size(); ++i) {
-        if (text.compare(i, 3, "$$s") == 0 || text.compare(i, 3, "$$d") == 0) {
-            kinds.push_back(text[i + 2]);
-            i += 2;
-        }
-    }
-    return kinds;
 }
 
 }  // namespace
