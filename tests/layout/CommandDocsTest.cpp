@@ -47,7 +47,7 @@ std::vector<Row> commandTable(const std::string& path) {
     std::vector<Row> rows;
     bool inSection = false;
     for (std::string line; std::getline(file, line);) {
-        if (line.rfind("#", 0) == 0) inSection = line == "### The command table";
+        if (line.rfind('#', 0) == 0) inSection = line == "### The command table";
         if (!inSection || line.rfind("| ", 0) != 0 || line.rfind("| command", 0) == 0) continue;
         const std::vector<std::string> cells = cellsOf(line);
         if (cells.size() != 3) continue;
