@@ -48,11 +48,12 @@ public:
     Wire& argument(const std::string& token) { return expect(frame(token)).reply(ack); }
     /* The integer reply that ends most commands: the request, then the number. */
     Wire& integerReply(const std::string& number) { return expect(ack).reply(frame(number)); }
-    std::vector<ScriptStep> steps;
+    Conversation steps;
 
 private:
     Wire& add(bool fromClient, const std::string& bytes) {
-        steps.push_back({fromClient, bytes});
+        steps.push_back(
+            {fromClient ? ConversationStep::Kind::ClientSends : ConversationStep::Kind::ClientReceives, bytes});
         return *this;
     }
 };
@@ -225,8 +226,8 @@ std::vector<Operation> session() {
 }
 // clang-format on
 
-std::vector<ScriptStep> scriptOf(const std::vector<Operation>& ops) {
-    std::vector<ScriptStep> script;
+Conversation scriptOf(const std::vector<Operation>& ops) {
+    Conversation script;
     for (const Operation& op : ops) script.insert(script.end(), op.wire.steps.begin(), op.wire.steps.end());
     return script;
 }
@@ -494,7 +495,7 @@ struct OneCallShift {
     int bitCount;
     int blockCount;
     std::string firstBuffer;
-    std::vector<ScriptStep> script;
+    Conversation script;
 };
 
 std::vector<OneCallShift> oneCallShifts() {

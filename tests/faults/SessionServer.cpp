@@ -58,7 +58,7 @@ bool sendAll(int fd, const std::string& bytes) {
 }  // namespace
 
 struct SessionServer::State {
-    std::vector<ScriptStep> script;
+    Conversation script;
     std::string introductionAnswer;
     int listener = -1;
     int scripted = -1;
@@ -82,8 +82,9 @@ struct SessionServer::State {
     std::chrono::milliseconds idle() const { return received.empty() ? silenceLimit : partialFrameLimit; }
 
     bool scriptDone() const { return step == script.size(); }
-    bool expecting() const { return scripted >= 0 && !scriptDone() && script[step].fromClient; }
-    bool replying() const { return scripted >= 0 && !scriptDone() && !script[step].fromClient; }
+    bool clientSends() const { return script[step].kind == ConversationStep::Kind::ClientSends; }
+    bool expecting() const { return scripted >= 0 && !scriptDone() && clientSends(); }
+    bool replying() const { return scripted >= 0 && !scriptDone() && !clientSends(); }
 
     std::string where() const {
         return "step " + std::to_string(step + 1) + " of " + std::to_string(script.size()) + ": ";
@@ -214,11 +215,15 @@ SessionServer::SessionServer(std::unique_ptr<State> state) : state(std::move(sta
         running->error = "eventfd failed";
         return;
     }
+    for (std::size_t i = 0; i < running->script.size() && running->error.empty(); ++i) {
+        const ConversationStep::Kind kind = running->script[i].kind;
+        if (kind != ConversationStep::Kind::ClientSends && kind != ConversationStep::Kind::ClientReceives)
+            running->error = "step " + std::to_string(i + 1) + ": a session server plays only sends and receives";
+    }
     if (running->error.empty()) running->thread = std::thread([running] { running->run(); });
 }
 
-std::unique_ptr<SessionServer> SessionServer::listening(int port, std::vector<ScriptStep> script,
-                                                        std::string introductionAnswer) {
+std::unique_ptr<SessionServer> SessionServer::listening(int port, Conversation script, std::string introductionAnswer) {
     auto state = std::make_unique<State>();
     state->script = std::move(script);
     state->introductionAnswer = std::move(introductionAnswer);
@@ -238,7 +243,7 @@ std::unique_ptr<SessionServer> SessionServer::listening(int port, std::vector<Sc
     return std::unique_ptr<SessionServer>(new SessionServer(std::move(state)));
 }
 
-std::unique_ptr<SessionServer> SessionServer::onSocket(int connection, std::vector<ScriptStep> script) {
+std::unique_ptr<SessionServer> SessionServer::onSocket(int connection, Conversation script) {
     auto state = std::make_unique<State>();
     state->script = std::move(script);
     state->scripted = connection;

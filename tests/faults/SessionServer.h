@@ -1,5 +1,6 @@
-/* SessionServer: the server side of a fault-injection run. It plays a script
- * of exact client bytes and server replies, like the scripted peer, but is
+/* SessionServer: the server side of a fault-injection run. It plays a
+ * conversation of exact client bytes and server replies (sends and receives
+ * only), like the scripted peer, but is
  * made for a client that goes wrong part-way:
  *
  * - every reply waits until the client has read everything sent before it,
@@ -19,22 +20,17 @@
 
 #include <memory>
 #include <string>
-#include <vector>
+
+#include "Conversation.h"
 
 namespace tetherhost::test {
-
-struct ScriptStep {
-    bool fromClient;  // true: the client sends these bytes; false: the server replies them
-    std::string bytes;
-};
 
 class SessionServer {
 public:
     /** Listens on 127.0.0.1:`port`; the first connection plays `script`. */
-    static std::unique_ptr<SessionServer> listening(int port, std::vector<ScriptStep> script,
-                                                    std::string introductionAnswer);
+    static std::unique_ptr<SessionServer> listening(int port, Conversation script, std::string introductionAnswer);
     /** Plays `script` on `connection` (a connected socket it then owns). */
-    static std::unique_ptr<SessionServer> onSocket(int connection, std::vector<ScriptStep> script);
+    static std::unique_ptr<SessionServer> onSocket(int connection, Conversation script);
 
     /** Stops the server if still running. */
     ~SessionServer();

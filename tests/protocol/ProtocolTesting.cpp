@@ -67,27 +67,11 @@ std::vector<char> nameBuffer(const std::string& name) {
 
 ScriptedPeer& introduce(ScriptedPeer& peer, const std::string& name) { return peer.expectFrame(name).ack(); }
 
-namespace {
-const char* const lockOptions[] = {"0", "0", "0", "1", "0", "0", "0", "1", "0", "0"};
-}
-
-ScriptedPeer& grantBothLocks(ScriptedPeer& peer) {
-    peer.expectFrame("4").ack().expectFrame("app").ack().expectFrame("user").ack();
-    for (const char* option : lockOptions) peer.expectFrame(option).ack();
-    peer.expect(bytes("+\0")).reply("1");
-    return peer.expectFrame("33").ack().expect(bytes("+\0")).reply("1");
-}
+ScriptedPeer& grantBothLocks(ScriptedPeer& peer) { return peer.play(conversationNamed("both-locks")); }
 
 bool takeBothLocks(Client& client) { return client.Send(4, "app", "user", 0) == 0 && client.Send(33) == 0; }
 
-std::string bothLocksBytes() {
-    std::string expected = bytes("4\0app\0user\0");
-    for (const char* option : lockOptions) expected += std::string(option) + '\0';
-    return expected + bytes(
-                          "+\0"
-                          "33\0"
-                          "+\0");
-}
+std::string bothLocksBytes() { return clientBytes(conversationNamed("both-locks")); }
 
 StdinReplacement::StdinReplacement() : saved(dup(0)) {
     const int devNull = open("/dev/null", O_RDWR | O_CLOEXEC);

@@ -50,7 +50,8 @@ std::vector<char> nameBuffer(const std::string& name);
 
 /** Script: the client's name frame, acknowledged. */
 ScriptedPeer& introduce(ScriptedPeer& peer, const std::string& name);
-/** Script: Send(4, "app", "user", 0) and Send(33), both locks granted. */
+/** Script: Send(4, "app", "user", 0) and Send(33), both locks granted, as
+ * tests/data/conversations/both-locks.jsonl holds them. */
 ScriptedPeer& grantBothLocks(ScriptedPeer& peer);
 /** Takes both locks as grantBothLocks scripts them; true when both were granted. */
 bool takeBothLocks(Client& client);

@@ -369,6 +369,19 @@ ScriptedPeer& ScriptedPeer::acceptNext() {
     return *this;
 }
 
+ScriptedPeer& ScriptedPeer::play(const Conversation& conversation) {
+    for (const ConversationStep& step : conversation) {
+        switch (step.kind) {
+        case ConversationStep::Kind::ClientSends: expect(step.bytes); break;
+        case ConversationStep::Kind::ClientSendsAny: expectAny(step.count); break;
+        case ConversationStep::Kind::ClientReceives: reply(step.bytes); break;
+        case ConversationStep::Kind::Close: closeConnection(); break;
+        case ConversationStep::Kind::Accept: acceptNext(); break;
+        }
+    }
+    return *this;
+}
+
 void ScriptedPeer::start() {
     if (state->started) {
         state->recordFailure("start() was called twice");

@@ -15,6 +15,8 @@
 #include <memory>
 #include <string>
 
+#include "Conversation.h"
+
 namespace tetherhost::test {
 
 class ScriptedPeer {
@@ -46,6 +48,9 @@ public:
     ScriptedPeer& closeConnection();
     /** Listening peer: close the current connection and accept the next one. */
     ScriptedPeer& acceptNext();
+    /** Every step of `conversation`, in order: the client's sends are
+     * expected, its receives replied. */
+    ScriptedPeer& play(const Conversation& conversation);
 
     /** Runs the script on the peer's thread. */
     void start();
