@@ -1,8 +1,10 @@
 /* JtagChain: the TAP controllers, their registers and the chain's scans. */
 #include "server/JtagChain.h"
 
+#include <algorithm>
 #include <array>
 #include <deque>
+#include <sstream>
 #include <stdexcept>
 
 namespace tetherhost::sim {
@@ -17,7 +19,57 @@ void setBit(std::string& bits, std::size_t index) {
     bits[index / 8] = static_cast<char>(static_cast<unsigned char>(bits[index / 8]) | (1U << (index % 8)));
 }
 
-std::uint64_t lowBits(int length) { return length >= 64 ? ~std::uint64_t{0} : (std::uint64_t{1} << length) - 1; }
+constexpr std::size_t wordBits = 64;
+constexpr std::size_t idcodeLength = 32;
+
+std::uint64_t lowBits(std::size_t length) {
+    return length >= wordBits ? ~std::uint64_t{0} : (std::uint64_t{1} << length) - 1;
+}
+
+std::string hex(std::uint64_t value) {
+    std::ostringstream text;
+    text << "0x" << std::uppercase << std::hex << value;
+    return text.str();
+}
+
+bool fitsIn(const RegisterBits& value, std::size_t length) {
+    for (std::size_t word = 0; word < value.size(); ++word) {
+        const std::size_t first = word * wordBits;
+        if (first >= length ? value[word] != 0 : (value[word] & ~lowBits(length - first)) != 0) return false;
+    }
+    return true;
+}
+
+std::string keyed(const std::string& key, const std::string& problem) { return "key \"" + key + "\": " + problem; }
+
+/** What is wrong with one device's description, its key named; empty when nothing. */
+std::string deviceProblem(const TapDevice& device) {
+    if (device.irLength < 2 || device.irLength > maxIrLength) return keyed("irLength", "must be 2 to 64");
+    const std::string fitsNot = " does not fit irLength " + std::to_string(device.irLength);
+    const std::uint64_t bypass = lowBits(static_cast<std::size_t>(device.irLength));
+    if (device.irCapture > bypass) return keyed("irCapture", hex(device.irCapture) + fitsNot);
+    if (device.idcode && (*device.idcode & 1U) == 0) return keyed("idcode", "bit 0 must be 1");
+    if (device.idcode && device.idcodeInstruction >= bypass)
+        return keyed("idcodeInstruction", "must fit irLength and differ from BYPASS (all ones)");
+    for (auto instruction = device.instructions.begin(); instruction != device.instructions.end(); ++instruction) {
+        const std::string key = "instructions." + instruction->name;
+        const std::string opcode = hex(instruction->opcode);
+        if (instruction->opcode > bypass) return keyed(key + ".opcode", opcode + fitsNot);
+        if (instruction->opcode == bypass)
+            return keyed(key + ".opcode", opcode + " is all ones, which always selects BYPASS");
+        if (device.idcode && instruction->opcode == device.idcodeInstruction)
+            return keyed(key + ".opcode", opcode + " is idcodeInstruction, which selects IDCODE");
+        const auto same = std::find_if(device.instructions.begin(), instruction, [&](const TapInstruction& other) {
+            return other.opcode == instruction->opcode;
+        });
+        if (same != instruction) return keyed(key + ".opcode", opcode + " is also the opcode of " + same->name);
+        if (instruction->length < 1 || instruction->length > maxRegisterLength)
+            return keyed(key + ".length", "must be 1 to " + std::to_string(maxRegisterLength));
+        if (instruction->capture && !fitsIn(*instruction->capture, instruction->length))
+            return keyed(key + ".capture", "does not fit length " + std::to_string(instruction->length));
+    }
+    return {};
+}
 
 constexpr std::uint32_t makeIdcode(std::uint32_t version, std::uint32_t part) {
     // Manufacturer field 0x0FF: identity code 0x7F after one continuation
@@ -61,10 +113,11 @@ const char* tapStateName(TapState state) {
 }
 
 std::vector<TapDevice> defaultChain() {
+    constexpr std::uint64_t irCapture = 0b01;
     return {
-        {"tap0", 4, makeIdcode(1, 0x0A5C), 0x0E},
-        {"tap1", 6, makeIdcode(2, 0x3E17), 0x09},
-        {"tap2", 8, makeIdcode(0, 0x7B42), 0x05},
+        {"tap0", 4, makeIdcode(1, 0x0A5C), 0x0E, irCapture, {}},
+        {"tap1", 6, makeIdcode(2, 0x3E17), 0x09, irCapture, {}},
+        {"tap2", 8, makeIdcode(0, 0x7B42), 0x05, irCapture, {}},
     };
 }
 
@@ -73,14 +126,35 @@ std::string validateChain(const std::vector<TapDevice>& devices) {
     if (devices.empty()) return "the chain has no devices";
     if (devices.size() > maxDevices) return "the chain has more than 32 devices";
     for (const TapDevice& device : devices) {
-        const std::string which = "device \"" + device.name + "\": ";
-        if (device.irLength < 2 || device.irLength > maxIrLength) return which + "irLength must be 2 to 32";
-        if (device.idcode && (*device.idcode & 1U) == 0) return which + "IDCODE bit 0 must be 1";
-        const std::uint64_t bypass = lowBits(device.irLength);
-        if (device.idcode && (device.idcodeInstruction > bypass || device.idcodeInstruction == bypass))
-            return which + "idcodeInstruction must fit irLength and differ from BYPASS (all ones)";
+        const std::string problem = deviceProblem(device);
+        if (!problem.empty()) return "device \"" + device.name + "\": " + problem;
     }
     return {};
+}
+
+void ShiftRegister::resize(std::size_t length) {
+    bitCount = length;
+    words.assign(std::max<std::size_t>(1, (length + wordBits - 1) / wordBits), 0);
+}
+
+void ShiftRegister::load(std::span<const std::uint64_t> value) {
+    for (std::size_t word = 0; word < words.size(); ++word) words[word] = word < value.size() ? value[word] : 0;
+    words.back() &= lowBits(bitCount - (words.size() - 1) * wordBits);
+}
+
+void ShiftRegister::assign(std::size_t index, bool value) {
+    const std::uint64_t mask = std::uint64_t{1} << (index % wordBits);
+    std::uint64_t& word = words[index / wordBits];
+    word = value ? word | mask : word & ~mask;
+}
+
+bool ShiftRegister::shift(bool in) {
+    const bool out = (words.front() & 1U) != 0;
+    for (std::size_t word = 0; word + 1 < words.size(); ++word)
+        words[word] = (words[word] >> 1) | (words[word + 1] << (wordBits - 1));
+    words.back() >>= 1;
+    assign(bitCount - 1, in);
+    return out;
 }
 
 std::size_t countMismatches(const std::string& bits, const std::string& expected, const std::string& mask,
@@ -95,31 +169,45 @@ JtagChain::JtagChain(std::vector<TapDevice> devices) : descriptions(std::move(de
     const std::string problem = validateChain(descriptions);
     if (!problem.empty()) throw std::invalid_argument(problem);
     taps.resize(descriptions.size());
-    for (std::size_t i = 0; i < taps.size(); ++i) taps[i] = {resetInstruction(i), 0, 1};
+    for (std::size_t i = 0; i < taps.size(); ++i) {
+        Tap& tap = taps[i];
+        tap.instruction = resetInstruction(i);
+        tap.registers.emplace_back(static_cast<std::size_t>(descriptions[i].irLength));
+        tap.registers.emplace_back(1);
+        for (const TapInstruction& instruction : descriptions[i].instructions)
+            tap.registers.emplace_back(instruction.length);
+    }
 }
 
-std::uint32_t JtagChain::resetInstruction(std::size_t index) const {
+std::uint64_t JtagChain::resetInstruction(std::size_t index) const {
     const TapDevice& device = descriptions[index];
-    return device.idcode ? device.idcodeInstruction : static_cast<std::uint32_t>(lowBits(device.irLength));
-}
-
-bool JtagChain::selectsIdcode(std::size_t index) const {
-    const TapDevice& device = descriptions[index];
-    return device.idcode && taps[index].instruction == device.idcodeInstruction;
+    return device.idcode ? device.idcodeInstruction : lowBits(static_cast<std::size_t>(device.irLength));
 }
 
 void JtagChain::capture(ScanKind kind) {
     for (std::size_t i = 0; i < taps.size(); ++i) {
         Tap& tap = taps[i];
+        const TapDevice& device = descriptions[i];
         if (kind == ScanKind::Instruction) {
-            tap.shift = 0b01;
-            tap.shiftLength = descriptions[i].irLength;
-        } else if (selectsIdcode(i)) {
-            tap.shift = *descriptions[i].idcode;
-            tap.shiftLength = 32;
+            tap.shifting = instructionRegister;
+            tap.active().load({&device.irCapture, 1});
+            continue;
+        }
+        const auto listed =
+            std::find_if(device.instructions.begin(), device.instructions.end(),
+                         [&](const TapInstruction& instruction) { return instruction.opcode == tap.instruction; });
+        if (listed != device.instructions.end()) {
+            tap.shifting = firstListedRegister + static_cast<std::size_t>(listed - device.instructions.begin());
+            if (listed->capture) tap.active().load(*listed->capture);
+            continue;
+        }
+        tap.shifting = fixedRegister;
+        if (device.idcode && tap.instruction == device.idcodeInstruction) {
+            const std::uint64_t idcode = *device.idcode;
+            tap.active().resize(idcodeLength);
+            tap.active().load({&idcode, 1});
         } else {
-            tap.shift = 0;  // BYPASS
-            tap.shiftLength = 1;
+            tap.active().resize(1);  // BYPASS, which captures 0
         }
     }
 }
@@ -127,8 +215,7 @@ void JtagChain::capture(ScanKind kind) {
 void JtagChain::enter(TapState state) {
     current = state;
     if (state == TapState::UpdateIr) {
-        for (std::size_t i = 0; i < taps.size(); ++i)
-            taps[i].instruction = static_cast<std::uint32_t>(taps[i].shift & lowBits(descriptions[i].irLength));
+        for (Tap& tap : taps) tap.instruction = tap.registers[instructionRegister].low();
     } else if (state == TapState::TestLogicReset) {
         for (std::size_t i = 0; i < taps.size(); ++i) taps[i].instruction = resetInstruction(i);
     }
@@ -142,11 +229,7 @@ bool JtagChain::clock(bool tms, bool tdi) {
     case TapState::ShiftDr:
     case TapState::ShiftIr: {
         bool in = tdi;
-        for (Tap& tap : taps) {
-            const bool out = (tap.shift & 1U) != 0;
-            tap.shift = (tap.shift >> 1) | (static_cast<std::uint64_t>(in) << (tap.shiftLength - 1));
-            in = out;
-        }
+        for (Tap& tap : taps) in = tap.active().shift(in);
         tdo = in;
         break;
     }
@@ -192,8 +275,10 @@ std::string JtagChain::shiftThrough(const std::string& tdi, std::size_t bitCount
     // the first bitCount bits of that stream have come out and the next ones
     // fill the registers.
     std::vector<bool> chain;
-    for (auto tap = taps.rbegin(); tap != taps.rend(); ++tap)
-        for (int i = 0; i < tap->shiftLength; ++i) chain.push_back(((tap->shift >> i) & 1U) != 0);
+    for (auto tap = taps.rbegin(); tap != taps.rend(); ++tap) {
+        const ShiftRegister& bits = tap->active();
+        for (std::size_t i = 0; i < bits.length(); ++i) chain.push_back(bits.bit(i));
+    }
     const auto stream = [&](std::size_t index) {
         return index < chain.size() ? static_cast<bool>(chain[index]) : bitAt(tdi, index - chain.size());
     };
@@ -202,9 +287,8 @@ std::string JtagChain::shiftThrough(const std::string& tdi, std::size_t bitCount
         if (stream(i)) setBit(tdo, i);
     std::size_t position = bitCount;
     for (auto tap = taps.rbegin(); tap != taps.rend(); ++tap) {
-        tap->shift = 0;
-        for (int i = 0; i < tap->shiftLength; ++i, ++position)
-            if (stream(position)) tap->shift |= std::uint64_t{1} << i;
+        ShiftRegister& bits = tap->active();
+        for (std::size_t i = 0; i < bits.length(); ++i, ++position) bits.assign(i, stream(position));
     }
     current = nextTapState(current, true);
     return tdo;

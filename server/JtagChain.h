@@ -1,10 +1,12 @@
 /* JtagChain: the devices behind the cable's JTAG port. Each device is a TAP
- * with the 16-state controller of IEEE 1149.1, an instruction register that
- * captures ...01, a one-bit BYPASS register that captures 0 and selected by
- * the all-ones instruction, and (optionally) a 32-bit IDCODE register that is
- * selected after reset. All TAPs share TCK and TMS; TDI enters the first
- * device, each device's TDO feeds the next one's TDI, and the last device's
- * TDO is the cable's TDO.
+ * with the 16-state controller of IEEE 1149.1, an instruction register of up
+ * to 64 bits that captures its own value (...01 unless told otherwise), a
+ * one-bit BYPASS register that captures 0, (optionally) a 32-bit IDCODE
+ * register that is selected after reset, and the data registers of the
+ * instructions its description lists. The all-ones instruction and every
+ * instruction the description does not name select BYPASS. All TAPs share
+ * TCK and TMS; TDI enters the first device, each device's TDO feeds the next
+ * one's TDI, and the last device's TDO is the cable's TDO.
  *
  * Bit strings are byte strings, least significant bit of byte 0 first: the
  * first bit shifted in or out is bit 0 of byte 0. */
@@ -14,6 +16,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -45,16 +48,57 @@ TapState nextTapState(TapState state, bool tms);
 /** The IEEE 1149.1 name of a state, e.g. "Run-Test/Idle". */
 const char* tapStateName(TapState state);
 
+/** A register's bits, least significant first, 64 to a word. */
+using RegisterBits = std::vector<std::uint64_t>;
+
+/** An instruction that selects a data register of its own. */
+struct TapInstruction {
+    std::string name;
+    std::uint64_t opcode = 0;
+    std::size_t length = 1;
+    /** Loaded at Capture-DR. Absent: the register keeps what was last
+     * shifted into it (all zeros at first), across scans and resets. */
+    std::optional<RegisterBits> capture;
+};
+
 struct TapDevice {
     std::string name;
     int irLength = 0;
     /** Absent: the device has no IDCODE register and selects BYPASS after reset. */
     std::optional<std::uint32_t> idcode;
-    std::uint32_t idcodeInstruction = 0;
+    std::uint64_t idcodeInstruction = 0;
+    /** Loaded into the instruction register at Capture-IR. */
+    std::uint64_t irCapture = 0b01;
+    std::vector<TapInstruction> instructions;
 };
 
 /** Longest instruction register the model accepts. */
-inline constexpr int maxIrLength = 32;
+inline constexpr int maxIrLength = 64;
+/** Longest data register an instruction may select: 1 Mibit. */
+inline constexpr std::size_t maxRegisterLength = std::size_t{1} << 20;
+
+/** A shift register of any length: bits enter at the top and leave at bit 0. */
+class ShiftRegister {
+public:
+    explicit ShiftRegister(std::size_t length = 1) { resize(length); }
+
+    /** Makes the register `length` bits long, all zeros. */
+    void resize(std::size_t length);
+    std::size_t length() const { return bitCount; }
+    /** Sets the register to `value` (64 bits to a word, least significant
+     * first); bits beyond its length are dropped. */
+    void load(std::span<const std::uint64_t> value);
+    bool bit(std::size_t index) const { return ((words[index / 64] >> (index % 64)) & 1U) != 0; }
+    void assign(std::size_t index, bool value);
+    /** One shift: bit 0 leaves (returned), `in` enters as the top bit. */
+    bool shift(bool in);
+    /** The first 64 bits. */
+    std::uint64_t low() const { return words.front(); }
+
+private:
+    RegisterBits words;
+    std::size_t bitCount = 0;
+};
 
 /** The built-in chain: three devices with instruction registers of 4, 6 and
  * 8 bits and made-up IDCODEs. */
@@ -93,21 +137,30 @@ public:
     TapState state() const { return current; }
     const std::vector<TapDevice>& devices() const { return descriptions; }
     /** The instruction that device `index` holds. */
-    std::uint32_t instruction(std::size_t index) const { return taps.at(index).instruction; }
+    std::uint64_t instruction(std::size_t index) const { return taps.at(index).instruction; }
 
 private:
+    // A tap's registers: the instruction register, then BYPASS or IDCODE
+    // (whichever was captured last; neither keeps a value), then one per
+    // listed instruction in the description's order.
+    static constexpr std::size_t instructionRegister = 0;
+    static constexpr std::size_t fixedRegister = 1;
+    static constexpr std::size_t firstListedRegister = 2;
+
     struct Tap {
-        std::uint32_t instruction;
-        std::uint64_t shift;  // the register between Capture and Update
-        int shiftLength;
+        std::uint64_t instruction = 0;
+        std::vector<ShiftRegister> registers;
+        /** The register between TDI and TDO in the Shift states. */
+        std::size_t shifting = fixedRegister;
+        ShiftRegister& active() { return registers[shifting]; }
+        const ShiftRegister& active() const { return registers[shifting]; }
     };
 
     void capture(ScanKind kind);
     void enter(TapState state);
     /** Shift for `bitCount` cycles in a Shift state, TMS high on the last. */
     std::string shiftThrough(const std::string& tdi, std::size_t bitCount);
-    std::uint32_t resetInstruction(std::size_t index) const;
-    bool selectsIdcode(std::size_t index) const;
+    std::uint64_t resetInstruction(std::size_t index) const;
 
     std::vector<TapDevice> descriptions;
     std::vector<Tap> taps;

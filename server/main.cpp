@@ -78,7 +78,7 @@ int main(int argc, char** argv) try {
                    "exit after this many seconds without clients; 0: never (default 60)")
         ->check(CLI::NonNegativeNumber);
     app.add_option("--trace", options.trace, "write one line per frame to FILE ('-': standard error)");
-    app.add_option("--chain", options.chain, "JSON file describing the cable's devices")->check(CLI::ExistingFile);
+    app.add_option("--chain", options.chain, "JSON file describing the cable's devices, or a shipped chain's name");
     app.add_option("--max-connections", options.limits.maxConnections,
                    "connections served at once; more are closed at once (default 4096)")
         ->check(CLI::PositiveNumber);
@@ -92,7 +92,7 @@ int main(int argc, char** argv) try {
     using namespace tetherhost::sim;
     CableConfig config;
     try {
-        if (!options.chain.empty()) config = loadCableConfig(options.chain);
+        if (!options.chain.empty()) config = loadCableConfig(chainFilePath(options.chain, shippedChainFolders()));
     } catch (const std::exception& error) {
         std::fprintf(stderr, "tetherhost: %s: %s\n", options.chain.c_str(), error.what());
         return 2;

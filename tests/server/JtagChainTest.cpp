@@ -1,8 +1,11 @@
 /* The JTAG chain: the TAP controller's 16 states, reset, IDCODE, BYPASS and
- * instruction capture as chain-interrogation tools rely on them, and the
- * whole-scan shortcut agreeing with clock-by-clock shifting. */
+ * instruction capture as chain-interrogation tools rely on them, the
+ * registers of listed instructions, instruction registers up to 64 bits, and
+ * the whole-scan shortcut agreeing with clock-by-clock shifting. */
 #include <gtest/gtest.h>
 
+#include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -196,15 +199,184 @@ TEST(JtagChain, OutsideShiftStatesTdoReadsOne) {
 TEST(JtagChain, ValidationNamesTheProblem) {
     std::vector<sim::TapDevice> devices = sim::defaultChain();
     devices[1].irLength = 1;
-    EXPECT_EQ(sim::validateChain(devices), "device \"tap1\": irLength must be 2 to 32");
+    EXPECT_EQ(sim::validateChain(devices), "device \"tap1\": key \"irLength\": must be 2 to 64");
+    devices[1].irLength = 65;
+    EXPECT_EQ(sim::validateChain(devices), "device \"tap1\": key \"irLength\": must be 2 to 64");
     devices = sim::defaultChain();
     devices[0].idcode = 0x10A5C1FE;
-    EXPECT_EQ(sim::validateChain(devices), "device \"tap0\": IDCODE bit 0 must be 1");
+    EXPECT_EQ(sim::validateChain(devices), "device \"tap0\": key \"idcode\": bit 0 must be 1");
     devices = sim::defaultChain();
     devices[0].idcodeInstruction = 0xF;
     EXPECT_EQ(sim::validateChain(devices),
-              "device \"tap0\": idcodeInstruction must fit irLength and differ from BYPASS (all ones)");
+              "device \"tap0\": key \"idcodeInstruction\": must fit irLength and differ from BYPASS (all ones)");
     EXPECT_EQ(sim::validateChain({}), "the chain has no devices");
+}
+
+sim::TapDevice fpga() {
+    sim::TapDevice device;
+    device.name = "fpga";
+    device.irLength = 6;
+    device.idcode = 0x0362D093;
+    device.idcodeInstruction = 0x09;
+    device.instructions = {{"USERCODE", 0x08, 32, sim::RegisterBits{0xFFFFFFFF}}, {"CFG_IN", 0x05, 64, std::nullopt}};
+    return device;
+}
+
+/** The bits of `value` from bit 0 up, `length` of them. */
+std::vector<bool> bitsOf(std::uint64_t value, std::size_t length) {
+    std::vector<bool> bits;
+    for (std::size_t i = 0; i < length; ++i) bits.push_back(i < 64 && ((value >> i) & 1U) != 0);
+    return bits;
+}
+
+std::string instructionScan(JtagChain& chain, std::uint64_t opcode, std::size_t irLength) {
+    return chain.scan(ScanKind::Instruction, bitString(bitsOf(opcode, irLength)), irLength);
+}
+
+TEST(JtagChain, CaptureIrLoadsEachDevicesIrCapture) {
+    std::vector<sim::TapDevice> devices = {fpga(), fpga()};
+    devices[0].irCapture = 0x00;  // real TAPs exist that capture 0
+    devices[1].irCapture = 0x11;
+    JtagChain chain(devices);
+    // Nearest TDO first: 0x11 in six bits, then six zeros, then the TDI bits.
+    std::vector<bool> expected = bitsOf(0x11, 6);
+    for (int i = 0; i < 6; ++i) expected.push_back(false);
+    for (int i = 0; i < 4; ++i) expected.push_back(true);
+    EXPECT_EQ(chain.scan(ScanKind::Instruction, ones(16), 16), bitString(expected));
+}
+
+TEST(JtagChain, CaptureIrClockByClockShowsTheCaptureBits) {
+    sim::TapDevice device = fpga();
+    device.irCapture = 0b101101;
+    JtagChain chain({device});
+    chain.moveTo(TapState::CaptureIr);
+    chain.clock(false, false);  // the capture happens on this clock, then Shift-IR
+    std::vector<bool> out;
+    out.reserve(6);
+    for (int i = 0; i < 6; ++i) out.push_back(chain.clock(i == 5, false));
+    EXPECT_EQ(out, (std::vector<bool>{true, false, true, true, false, true}));
+}
+
+TEST(JtagChain, ListedInstructionSelectsItsRegisterWithItsLengthAndCapture) {
+    JtagChain chain({fpga()});
+    instructionScan(chain, 0x08, 6);
+    EXPECT_EQ(chain.instruction(0), 0x08U);
+    // USERCODE captures all ones; what is shifted in comes out after 32 bits.
+    const std::string tdi = pattern(8, 5);
+    const std::string tdo = chain.scan(ScanKind::Data, tdi, 64);
+    for (std::size_t i = 0; i < 32; ++i) ASSERT_TRUE(bitOf(tdo, i)) << "bit " << i;
+    for (std::size_t i = 32; i < 64; ++i) ASSERT_EQ(bitOf(tdo, i), bitOf(tdi, i - 32)) << "bit " << i;
+    // The capture value comes back at every scan.
+    EXPECT_EQ(chain.scan(ScanKind::Data, "", 32), littleEndian(0xFFFFFFFF));
+}
+
+TEST(JtagChain, RegisterWithoutCaptureKeepsWhatWasLastShiftedIn) {
+    JtagChain chain({fpga()});
+    instructionScan(chain, 0x05, 6);
+    const std::string first = pattern(8, 9);
+    EXPECT_EQ(chain.scan(ScanKind::Data, first, 64), std::string(8, '\0'));  // all zeros at first
+    const std::string second = pattern(8, 10);
+    EXPECT_EQ(chain.scan(ScanKind::Data, second, 64), first);
+    // Selecting another register and coming back, or a reset, loses nothing.
+    instructionScan(chain, 0x08, 6);
+    chain.reset();
+    instructionScan(chain, 0x05, 6);
+    EXPECT_EQ(chain.scan(ScanKind::Data, "", 64), second);
+}
+
+TEST(JtagChain, UnlistedOpcodesAndAllOnesSelectBypass) {
+    for (const std::uint64_t opcode : {0x00U, 0x01U, 0x07U, 0x2AU, 0x3EU, 0x3FU}) {
+        JtagChain chain({fpga()});
+        instructionScan(chain, opcode, 6);
+        // One captured zero, then the TDI bits one clock late.
+        EXPECT_EQ(chain.scan(ScanKind::Data, wire("\x0F"), 8), wire("\x1E")) << "opcode " << opcode;
+    }
+}
+
+TEST(JtagChain, ResetSelectsIdcodeOnADeviceWithListedInstructions) {
+    JtagChain chain({fpga()});
+    instructionScan(chain, 0x08, 6);
+    chain.reset();
+    EXPECT_EQ(chain.instruction(0), 0x09U);
+    EXPECT_EQ(chain.scan(ScanKind::Data, "", 32), littleEndian(0x0362D093));
+    instructionScan(chain, 0x09, 6);
+    EXPECT_EQ(chain.scan(ScanKind::Data, "", 32), littleEndian(0x0362D093));
+}
+
+TEST(JtagChain, InstructionRegistersOf38And64BitsWork) {
+    sim::TapDevice dsp;
+    dsp.name = "dsp";
+    dsp.irLength = 38;
+    dsp.idcode = 0x0B7B302F;
+    dsp.idcodeInstruction = 0x04;
+    dsp.irCapture = 0x2A00000001;
+    dsp.instructions = {{"WIDE", 0x3000000001, 40, sim::RegisterBits{0xAB12345678}}};
+    sim::TapDevice wide;
+    wide.name = "wide";
+    wide.irLength = 64;
+    wide.idcode = 0x12345679;
+    wide.idcodeInstruction = 0x8000000000000001;
+    wide.irCapture = 0xC000000000000001;
+    JtagChain chain({dsp, wide});
+
+    // Capture-IR: the 64-bit device's capture (nearest TDO), then the 38-bit one's.
+    std::vector<bool> expected = bitsOf(0xC000000000000001, 64);
+    const std::vector<bool> dspCapture = bitsOf(0x2A00000001, 38);
+    expected.insert(expected.end(), dspCapture.begin(), dspCapture.end());
+    // The first bits shifted in travel furthest: wide's instruction, then dsp's.
+    std::vector<bool> instructions(64, true);
+    const std::vector<bool> dspInstruction = bitsOf(0x3000000001, 38);
+    instructions.insert(instructions.end(), dspInstruction.begin(), dspInstruction.end());
+    EXPECT_EQ(chain.scan(ScanKind::Instruction, bitString(instructions), 102), bitString(expected));
+    EXPECT_EQ(chain.instruction(0), 0x3000000001U);
+    EXPECT_EQ(chain.instruction(1), ~std::uint64_t{0});
+
+    // wide in BYPASS (one zero), then dsp's 40-bit WIDE register.
+    std::vector<bool> data = {false};
+    const std::vector<bool> wideRegister = bitsOf(0xAB12345678, 40);
+    data.insert(data.end(), wideRegister.begin(), wideRegister.end());
+    EXPECT_EQ(chain.scan(ScanKind::Data, "", 41), bitString(data));
+
+    chain.reset();
+    EXPECT_EQ(chain.instruction(1), 0x8000000000000001U);
+    EXPECT_EQ(chain.scan(ScanKind::Data, "", 64), littleEndian(0x12345679) + littleEndian(0x0B7B302F));
+}
+
+TEST(JtagChain, RegistersLongerThan64BitsCaptureAndShiftEveryBit) {
+    sim::TapDevice device = fpga();
+    device.instructions = {{"LONG", 0x02, 130, sim::RegisterBits{0x8000000000000001, 0x0123456789ABCDEF, 0x3}}};
+    JtagChain whole({device});
+    JtagChain clocked({device});
+    instructionScan(whole, 0x02, 6);
+    instructionScan(clocked, 0x02, 6);
+    const std::string tdi = pattern(40, 21);
+    const std::string wholeTdo = whole.scan(ScanKind::Data, tdi, 300);
+    clocked.moveTo(TapState::ShiftDr);
+    std::vector<bool> bits;
+    for (std::size_t i = 0; i < 300; ++i) bits.push_back(clocked.clock(i == 299, bitOf(tdi, i)));
+    clocked.moveTo(TapState::RunTestIdle);
+    EXPECT_EQ(wholeTdo, bitString(bits));
+    std::vector<bool> captured = bitsOf(0x8000000000000001, 64);
+    const std::vector<bool> middle = bitsOf(0x0123456789ABCDEF, 64);
+    captured.insert(captured.end(), middle.begin(), middle.end());
+    captured.push_back(true);
+    captured.push_back(true);
+    for (std::size_t i = 0; i < 130; ++i) ASSERT_EQ(bitOf(wholeTdo, i), captured[i]) << "bit " << i;
+    for (std::size_t i = 130; i < 300; ++i) ASSERT_EQ(bitOf(wholeTdo, i), bitOf(tdi, i - 130)) << "bit " << i;
+}
+
+TEST(JtagChain, ValidationNamesTheInstructionAndItsKey) {
+    sim::TapDevice device = fpga();
+    device.instructions[1].opcode = 0x3F;
+    EXPECT_EQ(sim::validateChain({device}),
+              "device \"fpga\": key \"instructions.CFG_IN.opcode\": 0x3F is all ones, which always selects BYPASS");
+    device = fpga();
+    device.instructions[0].capture = sim::RegisterBits{0, 1};
+    EXPECT_EQ(sim::validateChain({device}),
+              "device \"fpga\": key \"instructions.USERCODE.capture\": does not fit length 32");
+    device = fpga();
+    device.irCapture = 0x40;
+    EXPECT_EQ(sim::validateChain({device}), "device \"fpga\": key \"irCapture\": 0x40 does not fit irLength 6");
 }
 
 TEST(JtagChain, MismatchesCountOnlyMaskedBitsWithinTheBitCount) {

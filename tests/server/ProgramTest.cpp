@@ -150,10 +150,29 @@ TEST(Program, ChainFileReplacesTheBuiltInCable) {
     EXPECT_EQ(client.jtagShift(shift).readBack, wire("\xBE\x81\x5B\x17\0"));
 }
 
+TEST(Program, ShippedChainIsFoundByItsName) {
+    const std::unique_ptr<Simulator> simulator = Simulator::start(port, {"--chain", "stm32f4discovery"});
+    ASSERT_NE(simulator, nullptr);
+    RawClient client(port);
+    ASSERT_TRUE(client.introduce("named chain"));
+    ASSERT_EQ(client.exchange("44"), plus);
+    ASSERT_EQ(client.exchange("7", 2), plus);
+    EXPECT_EQ(client.reply(), 2);
+    EXPECT_EQ(client.replyText(), "stm32f407.bs,5,0x06413041;stm32f407.cpu,4,0x4ba00477;");
+}
+
+TEST(Program, UnknownChainNameStopsTheStartWithStatusTwo) {
+    ScratchDir scratch;
+    const pid_t pid = spawnProgram(simulatorAlias(scratch),
+                                   {"tetherhost", "--port", std::to_string(port), "--chain", "no-such-board"});
+    EXPECT_TRUE(exitedWith(waitChild(pid, 5000), 2));
+    EXPECT_FALSE(portListening(port));
+}
+
 TEST(Program, UnreadableChainFileStopsTheStartWithStatusTwo) {
     ScratchDir scratch;
     const std::string chain = scratch.file("chain.json");
-    std::ofstream(chain) << R"({"devices": [{"irLength": 40}]})";
+    std::ofstream(chain) << R"({"devices": [{"irLength": 65}]})";
     const pid_t pid =
         spawnProgram(simulatorAlias(scratch), {"tetherhost", "--port", std::to_string(port), "--chain", chain});
     EXPECT_TRUE(exitedWith(waitChild(pid, 5000), 2));
