@@ -86,6 +86,7 @@ inline constexpr int noAcknowledge = -3;
 inline constexpr int bufferFull = -4;
 inline constexpr int tooLong = -5;
 inline constexpr int busy = -6;
+inline constexpr int chainOwned = -7;
 }  // namespace reply
 
 /* The negative integer replies the simulator gives to a command it could
@@ -104,6 +105,10 @@ inline constexpr Code serverReplies[] = {
     {.number = reply::busy,
      .name = "busy",
      .meaning = "the simulator's transfer memory is in use by other clients; try again"},
+    {.number = reply::chainOwned,
+     .name = "chainOwned",
+     .meaning = "a remote_bitbang connection owns the JTAG chain: nothing was clocked; try again once it has "
+                "closed"},
 };
 
 }  // namespace tetherhost::protocol

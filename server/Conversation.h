@@ -114,6 +114,8 @@ private:
     asio::awaitable<int> i2cTransfer(int withWrite, int withReadBack);
     asio::awaitable<int> jtagInterface();
     int plainSubCommand(int number);
+    /** A remote_bitbang connection owns the chain: nothing may clock it. */
+    bool chainOwned() const { return state.chainOwner != 0; }
     asio::awaitable<int> jtagShift();
     asio::awaitable<void> oneCallShift();
     asio::awaitable<void> oneCallLaterSlots(const std::string& head, std::int64_t byteCount);

@@ -239,9 +239,16 @@ bool JtagChain::clock(bool tms, bool tdi) {
     return tdo;
 }
 
+bool JtagChain::tdo() const {
+    const bool shifting = current == TapState::ShiftDr || current == TapState::ShiftIr;
+    return !shifting || taps.empty() || taps.back().active().bit(0);
+}
+
 void JtagChain::reset() {
     for (int i = 0; i < 5; ++i) clock(true, false);
 }
+
+void JtagChain::testReset() { enter(TapState::TestLogicReset); }
 
 void JtagChain::moveTo(TapState target) {
     // Breadth-first search over the 16 states; each state has two exits.

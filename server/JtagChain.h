@@ -125,8 +125,14 @@ public:
      * done, the controller moves on. Returns the cable's TDO for the cycle,
      * 1 (pulled up) when no register is being shifted. */
     bool clock(bool tms, bool tdi);
+    /** The cable's TDO now, between TCK edges: bit 0 of the last device's
+     * register in the Shift states, 1 (pulled up) in any other. It is the
+     * bit the next clock() in a Shift state returns. */
+    bool tdo() const;
     /** Five cycles with TMS high: Test-Logic-Reset from any state. */
     void reset();
+    /** TRST: every controller to Test-Logic-Reset at once, without TCK. */
+    void testReset();
     /** Drives TMS along the shortest path from the current state to `target`. */
     void moveTo(TapState target);
     /** One whole scan from the current state: to Capture, through Shift for

@@ -1,4 +1,4 @@
-/* Server: the listening socket, the connections' coroutines, signals and
+/* Server: the listening sockets, the connections' coroutines, signals and
  * the idle exit, and the refusal of connections it cannot serve. */
 #include "server/Server.h"
 
@@ -15,11 +15,26 @@
 #include <exception>
 #include <string>
 
+#include "server/RemoteBitbangSession.h"
+
 namespace tetherhost::sim {
+
+namespace {
+
+void bindLoopback(asio::ip::tcp::acceptor& acceptor, unsigned short port) {
+    const asio::ip::tcp::endpoint endpoint(asio::ip::make_address_v4("127.0.0.1"), port);
+    acceptor.open(endpoint.protocol());
+    acceptor.set_option(asio::ip::tcp::acceptor::reuse_address(true));
+    acceptor.bind(endpoint);
+    acceptor.listen(asio::socket_base::max_listen_connections);
+}
+
+}  // namespace
 
 Server::Server(asio::io_context& io, Cable& cable, Trace& trace, const Limits& limits, std::chrono::seconds idleExit)
     : io(io),
       acceptor(io),
+      bitbangAcceptor(io),
       idleTimer(io),
       signals(io, SIGINT, SIGTERM),
       idleExit(idleExit),
@@ -30,31 +45,28 @@ Server::~Server() {
     if (spareDescriptor >= 0) close(spareDescriptor);
 }
 
-void Server::listen(unsigned short port) {
-    const asio::ip::tcp::endpoint endpoint(asio::ip::make_address_v4("127.0.0.1"), port);
-    acceptor.open(endpoint.protocol());
-    acceptor.set_option(asio::ip::tcp::acceptor::reuse_address(true));
-    acceptor.bind(endpoint);
-    acceptor.listen(asio::socket_base::max_listen_connections);
-}
+void Server::listen(unsigned short port) { bindLoopback(acceptor, port); }
+
+void Server::listenRemoteBitbang(unsigned short port) { bindLoopback(bitbangAcceptor, port); }
 
 void Server::start() {
     signals.async_wait([this](const std::error_code& error, int) {
         if (!error) stop();
     });
-    asio::co_spawn(io, accept(), asio::detached);
+    asio::co_spawn(io, accept(acceptor, Door::Library), asio::detached);
+    if (bitbangAcceptor.is_open()) asio::co_spawn(io, accept(bitbangAcceptor, Door::RemoteBitbang), asio::detached);
     armIdleTimer();
 }
 
-asio::awaitable<void> Server::accept() {
+asio::awaitable<void> Server::accept(asio::ip::tcp::acceptor& from, Door door) {
     using asio::experimental::as_tuple;
     asio::steady_timer backOff(io);
     bool connectionWaiting = false;
-    while (acceptor.is_open()) {
-        auto [error, socket] = co_await acceptor.async_accept(as_tuple(asio::use_awaitable));
+    while (from.is_open()) {
+        auto [error, socket] = co_await from.async_accept(as_tuple(asio::use_awaitable));
         if (error == asio::error::operation_aborted) co_return;
         if (!error) {
-            admit(std::move(socket));
+            admit(std::move(socket), door);
             continue;
         }
         if (error == asio::error::no_descriptors || error.value() == ENFILE) {
@@ -63,13 +75,13 @@ asio::awaitable<void> Server::accept() {
             // meanwhile), and only then make room to refuse it.
             if (!connectionWaiting) {
                 const auto [waitError] =
-                    co_await acceptor.async_wait(asio::socket_base::wait_read, as_tuple(asio::use_awaitable));
+                    co_await from.async_wait(asio::socket_base::wait_read, as_tuple(asio::use_awaitable));
                 if (waitError == asio::error::operation_aborted) co_return;
                 connectionWaiting = true;
                 continue;
             }
             connectionWaiting = false;
-            if (refuseWithSpare()) continue;
+            if (refuseWithSpare(from)) continue;
         }
         // Out of memory, or no spare descriptor to make room with: give the
         // open connections a moment to finish instead of spinning.
@@ -79,7 +91,7 @@ asio::awaitable<void> Server::accept() {
     }
 }
 
-void Server::admit(asio::ip::tcp::socket socket) {
+void Server::admit(asio::ip::tcp::socket socket, Door door) {
     const ConnectionId id = ++state.connections;
     std::error_code ignored;
     if (state.connected >= state.limits.maxConnections) {
@@ -91,18 +103,18 @@ void Server::admit(asio::ip::tcp::socket socket) {
     socket.set_option(asio::ip::tcp::no_delay(true), ignored);
     ++state.connected;
     idleTimer.cancel();
-    asio::co_spawn(io, serve(std::move(socket), id), asio::detached);
+    asio::co_spawn(io, serve(std::move(socket), id, door), asio::detached);
 }
 
 /* With no descriptor left, a waiting connection would sit in the listen
  * queue, its client connected and never answered. The spare descriptor
  * makes room to take it and close it, so its client sees a failure now.
  * False when the spare cannot be had back. */
-bool Server::refuseWithSpare() {
+bool Server::refuseWithSpare(asio::ip::tcp::acceptor& from) {
     if (spareDescriptor < 0) spareDescriptor = open("/dev/null", O_RDONLY | O_CLOEXEC);
     if (spareDescriptor < 0) return false;
     close(spareDescriptor);
-    const int refused = ::accept4(acceptor.native_handle(), nullptr, nullptr, SOCK_CLOEXEC);
+    const int refused = ::accept4(from.native_handle(), nullptr, nullptr, SOCK_CLOEXEC);
     if (refused >= 0) {
         close(refused);
         state.trace.event({++state.connections, {}, {}}, "refused: out of descriptors");
@@ -111,9 +123,12 @@ bool Server::refuseWithSpare() {
     return spareDescriptor >= 0;
 }
 
-asio::awaitable<void> Server::serve(asio::ip::tcp::socket socket, ConnectionId id) {
+asio::awaitable<void> Server::serve(asio::ip::tcp::socket socket, ConnectionId id, Door door) {
     try {
-        co_await serveConnection(socket, state, id);
+        if (door == Door::RemoteBitbang)
+            co_await serveRemoteBitbang(socket, state, id);
+        else
+            co_await serveConnection(socket, state, id);
     } catch (const std::exception&) {
         // A fault of ours, already traced by the session, which has closed
         // the connection. It is counted out all the same; the others go on.
@@ -132,6 +147,7 @@ void Server::armIdleTimer() {
 void Server::stop() {
     std::error_code ignored;
     acceptor.close(ignored);
+    bitbangAcceptor.close(ignored);
     signals.cancel(ignored);
     idleTimer.cancel();
     io.stop();

@@ -1,6 +1,7 @@
-/* Server: listens on 127.0.0.1, runs one Session coroutine per connection,
- * all on one io_context thread, and stops on SIGINT or SIGTERM, or after a
- * time without clients. */
+/* Server: listens on 127.0.0.1, runs one coroutine per connection (a
+ * Session for the library's clients, a RemoteBitbangSession on the
+ * remote_bitbang door), all on one io_context thread, and stops on SIGINT or
+ * SIGTERM, or after a time without clients. */
 #ifndef TETHERHOST_SERVER_SERVER_H
 #define TETHERHOST_SERVER_SERVER_H
 
@@ -29,20 +30,27 @@ public:
 
     /** Binds 127.0.0.1:`port` and listens; throws std::system_error. */
     void listen(unsigned short port);
+    /** Also listens on 127.0.0.1:`port` for OpenOCD's remote_bitbang
+     * clients; throws std::system_error. */
+    void listenRemoteBitbang(unsigned short port);
     /** Starts accepting, the idle timer and the signal handling; io.run()
      * then serves until the server stops. */
     void start();
 
 private:
-    asio::awaitable<void> accept();
-    asio::awaitable<void> serve(asio::ip::tcp::socket socket, ConnectionId id);
-    void admit(asio::ip::tcp::socket socket);
-    bool refuseWithSpare();
+    /** Which protocol a listening socket serves. */
+    enum class Door { Library, RemoteBitbang };
+
+    asio::awaitable<void> accept(asio::ip::tcp::acceptor& from, Door door);
+    asio::awaitable<void> serve(asio::ip::tcp::socket socket, ConnectionId id, Door door);
+    void admit(asio::ip::tcp::socket socket, Door door);
+    bool refuseWithSpare(asio::ip::tcp::acceptor& from);
     void armIdleTimer();
     void stop();
 
     asio::io_context& io;
     asio::ip::tcp::acceptor acceptor;
+    asio::ip::tcp::acceptor bitbangAcceptor;
     asio::steady_timer idleTimer;
     asio::signal_set signals;
     std::chrono::seconds idleExit;

@@ -49,8 +49,14 @@ asio::awaitable<int> Conversation::jtagInterface() {
 
 int Conversation::plainSubCommand(int number) {
     switch (number) {
-    case protocol::sub::resetTaps: cable.jtag.reset(); return reply::done;
-    case protocol::sub::toRunTestIdle: cable.jtag.moveTo(TapState::RunTestIdle); return reply::done;
+    case protocol::sub::resetTaps:
+        if (chainOwned()) return reply::chainOwned;
+        cable.jtag.reset();
+        return reply::done;
+    case protocol::sub::toRunTestIdle:
+        if (chainOwned()) return reply::chainOwned;
+        cable.jtag.moveTo(TapState::RunTestIdle);
+        return reply::done;
     case protocol::sub::describeChain: {
         std::string description;
         const int devices = cable.describeChain(description);
@@ -91,7 +97,9 @@ asio::awaitable<int> Conversation::jtagShift() {
     }
     co_await goToken();
     ShiftResult shifted{reply::busy, {}, 0};
-    if (!overBudget)
+    if (chainOwned())
+        shifted.status = reply::chainOwned;
+    else if (!overBudget)
         shifted = cable.shift(flags, bitCount, blocks[0], present[1] ? &blocks[1] : nullptr,
                               present[2] ? &blocks[2] : nullptr);
     const std::string status = std::to_string(shifted.status) + '\0';
@@ -107,6 +115,7 @@ asio::awaitable<int> Conversation::jtagShift() {
         };
         co_await readBack(shape, true, produce);
     }
+    if (shifted.status == reply::chainOwned) co_return reply::chainOwned;
     co_return static_cast<int>(std::min<std::size_t>(shifted.mismatches, 0x7FFFFFFF));
 }
 

@@ -51,7 +51,7 @@ asio::awaitable<void> Conversation::oneCallShift() {
         const std::string head = tdi.substr(0, 2 * frameSize);
         co_await oneCallLaterSlots(head, byteCount);
     }
-    if (!overBudget) cable.shift(*flags, *bitCount, tdi, nullptr, nullptr);
+    if (!overBudget && !chainOwned()) cable.shift(*flags, *bitCount, tdi, nullptr, nullptr);
 }
 
 /* After its first slot, a large one-call shift sends two more slots, each a

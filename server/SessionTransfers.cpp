@@ -20,7 +20,10 @@ asio::awaitable<int> Conversation::genericShift(bool refused) {
     const std::int64_t keep = bitCount <= maxScanBits ? shape.byteCount : 0;
     const std::string tdi = co_await block(shape, keep);
     ShiftResult shifted;
-    if (!refused && !overBudget) shifted = cable.shift(flags, bitCount, tdi, nullptr, nullptr);
+    if (chainOwned())
+        shifted.status = reply::chainOwned;
+    else if (!refused && !overBudget)
+        shifted = cable.shift(flags, bitCount, tdi, nullptr, nullptr);
     const std::string& tdo = shifted.tdo;  // empty (zeros go out) when not performed
 
     const Producer produce = [&](std::size_t offset, std::size_t length) { return slice(tdo, offset, length); };

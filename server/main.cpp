@@ -30,6 +30,7 @@ struct Options {
     std::string trace;
     std::string chain;
     std::string pidFile;
+    int remoteBitbangPort = 0;  // 0: no remote_bitbang door
 };
 
 /* A program that starts us may hand down any of its descriptors; holding on
@@ -86,6 +87,9 @@ int main(int argc, char** argv) try {
                    "close a connection whose command stays half sent this many seconds (default 30)")
         ->check(CLI::PositiveNumber);
     app.add_option("--pid-file", options.pidFile, "write the process id to FILE while running");
+    app.add_option("--remote-bitbang", options.remoteBitbangPort,
+                   "also serve OpenOCD's remote_bitbang protocol on 127.0.0.1:PORT, on the same chain")
+        ->check(CLI::Range(1, 65535));
     CLI11_PARSE(app, argc, argv);
     options.limits.stallTimeout = std::chrono::seconds(options.stallTimeout);
 
@@ -106,10 +110,15 @@ int main(int argc, char** argv) try {
     asio::io_context io(1);
     Cable cable(config);
     Server server(io, cable, trace, options.limits, std::chrono::seconds(options.idleExit));
+    // The door listens first: once the library's port answers, every door does.
+    int listening = options.remoteBitbangPort;
     try {
+        if (options.remoteBitbangPort != 0)
+            server.listenRemoteBitbang(static_cast<unsigned short>(options.remoteBitbangPort));
+        listening = options.port;
         server.listen(static_cast<unsigned short>(options.port));
     } catch (const std::system_error& error) {
-        std::fprintf(stderr, "tetherhost: cannot listen on 127.0.0.1:%d: %s\n", options.port, error.what());
+        std::fprintf(stderr, "tetherhost: cannot listen on 127.0.0.1:%d: %s\n", listening, error.what());
         return 1;
     }
     if (!options.pidFile.empty()) {

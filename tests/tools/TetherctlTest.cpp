@@ -383,10 +383,13 @@ TEST(TetherctlCodes, ListsEveryStatusCodeWithItsMeaning) {
     ASSERT_EQ(result["status"].size(), 16u);
     EXPECT_EQ(result["status"][4]["code"], -1001);
     EXPECT_EQ(result["status"][4]["meaning"], "could not send to the server");
-    ASSERT_EQ(result["serverReplies"].size(), 6u);
+    ASSERT_EQ(result["serverReplies"].size(), 7u);
     EXPECT_EQ(result["serverReplies"][5]["code"], -6);
     EXPECT_EQ(result["serverReplies"][5]["meaning"],
               "the simulator's transfer memory is in use by other clients; try again");
+    EXPECT_EQ(result["serverReplies"][6]["code"], -7);
+    EXPECT_EQ(result["serverReplies"][6]["meaning"],
+              "a remote_bitbang connection owns the JTAG chain: nothing was clocked; try again once it has closed");
 }
 
 TEST(TetherctlWithoutServer, ConnectGivesUpWithMinus1001WhenNoServerCanBeStarted) {

@@ -1,0 +1,177 @@
+/* The remote_bitbang door of the simulator process: Debian's OpenOCD
+ * initialising the built-in chain through it and reading what the library
+ * reads, and the rule that an open door owns the chain (the library's chain
+ * operations are answered -7 and clock nothing until it closes). Each test
+ * runs its own simulator in a private network namespace and synchronises on
+ * its trace. */
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <memory>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "SimulatorHarness.h"
+
+namespace tetherhost::test {
+namespace {
+
+constexpr int port = TETHERHOST_TEST_PORT;
+constexpr int doorPort = TETHERHOST_TEST_DOOR_PORT;
+const std::string chainOwned = "-7";
+
+std::string fileText(const std::string& path) {
+    std::ifstream file(path);
+    std::stringstream text;
+    text << file.rdbuf();
+    return text.str();
+}
+
+class RemoteBitbangDoor : public ::testing::Test {
+protected:
+    void SetUp() override {
+        const std::string tracePath = scratch.file("trace");
+        simulator = Simulator::start(port, {"--trace", tracePath, "--remote-bitbang", std::to_string(doorPort)});
+        ASSERT_NE(simulator, nullptr);
+        trace = std::make_unique<TraceFollower>(tracePath);
+    }
+
+    /** Runs OpenOCD on the door with the built-in chain declared (the first
+     * TAP declared is the one next to TDO) and `commands` after init; its
+     * exit status, and its log in `log`. */
+    int openocd(const std::vector<std::string>& commands, std::string& log) {
+        const std::string logPath = scratch.file("openocd.log");
+        std::vector<std::string> arguments = {TETHERHOST_OPENOCD,
+                                              "-l",
+                                              logPath,
+                                              "-c",
+                                              "adapter driver remote_bitbang",
+                                              "-c",
+                                              "remote_bitbang host 127.0.0.1",
+                                              "-c",
+                                              "remote_bitbang port " + std::to_string(doorPort),
+                                              "-c",
+                                              "transport select jtag",
+                                              "-c",
+                                              "jtag newtap tap2 tap -irlen 8 -expected-id 0x07b421ff",
+                                              "-c",
+                                              "jtag newtap tap1 tap -irlen 6 -expected-id 0x23e171ff",
+                                              "-c",
+                                              "jtag newtap tap0 tap -irlen 4 -expected-id 0x10a5c1ff",
+                                              "-c",
+                                              "init"};
+        for (const std::string& command : commands) {
+            arguments.push_back("-c");
+            arguments.push_back(command);
+        }
+        arguments.push_back("-c");
+        arguments.push_back("shutdown");
+        const pid_t pid = spawnProgram(TETHERHOST_OPENOCD, arguments);
+        const std::optional<int> status = waitChild(pid, 60000);
+        log = fileText(logPath);
+        return status.value_or(-1);
+    }
+
+    /** A library-side client of the simulator: introduced, both locks held. */
+    std::unique_ptr<RawClient> libraryClient() {
+        auto client = std::make_unique<RawClient>(port);
+        EXPECT_TRUE(client->introduce("library"));
+        EXPECT_TRUE(client->takeLocks());
+        return client;
+    }
+
+    ScratchDir scratch;
+    std::unique_ptr<Simulator> simulator;
+    std::unique_ptr<TraceFollower> trace;
+};
+
+TEST_F(RemoteBitbangDoor, OpenOcdFindsEveryIdcodeOfTheBuiltInChain) {
+    std::string log;
+    ASSERT_EQ(openocd({"scan_chain"}, log), 0) << log;
+    EXPECT_NE(log.find("tap2.tap tap/device found: 0x07b421ff"), std::string::npos) << log;
+    EXPECT_NE(log.find("tap1.tap tap/device found: 0x23e171ff"), std::string::npos) << log;
+    EXPECT_NE(log.find("tap0.tap tap/device found: 0x10a5c1ff"), std::string::npos) << log;
+    EXPECT_NE(log.find(" 2 tap0.tap               Y     0x10a5c1ff 0x10a5c1ff     4 0x01  0x03"), std::string::npos)
+        << log;
+    EXPECT_EQ(log.find("Error"), std::string::npos) << log;
+    EXPECT_TRUE(trace->waitFor("closed: quit"));
+}
+
+TEST_F(RemoteBitbangDoor, OpenOcdScansReadWhatTheLibraryReads) {
+    std::string log;
+    // tap1 selects IDCODE with 0x09; OpenOCD puts the other two in BYPASS.
+    ASSERT_EQ(openocd({"irscan tap1.tap 0x09", "echo \"dr [drscan tap1.tap 32 0]\""}, log), 0) << log;
+    EXPECT_NE(log.find("dr 23e171ff"), std::string::npos) << log;
+    ASSERT_TRUE(trace->waitFor("closed: quit"));
+
+    // The library's scan of the same register, on the chain as OpenOCD left it.
+    auto client = libraryClient();
+    JtagShift shift;
+    shift.bitCount = 34;  // tap0's and tap2's BYPASS around tap1's IDCODE
+    shift.withSecond = 1;
+    shift.first = std::string(5, '\0');
+    shift.second = std::string(5, '\0');
+    const JtagShiftReply reply = client->jtagShift(shift);
+    ASSERT_TRUE(reply.framed);
+    ASSERT_EQ(reply.status, wire("0\0"));
+    ASSERT_EQ(reply.readBack.size(), 5U);
+    std::string idcode(4, '\0');
+    for (std::size_t bit = 0; bit < 32; ++bit)
+        if (bitOf(reply.readBack, bit + 1)) idcode[bit / 8] = static_cast<char>(idcode[bit / 8] | (1 << (bit % 8)));
+    EXPECT_EQ(idcode, littleEndian(0x23E171FFU));
+}
+
+TEST_F(RemoteBitbangDoor, AnOpenDoorOwnsTheChainAndTheLibraryIsAnsweredMinusSeven) {
+    auto client = libraryClient();
+    RawClient door(doorPort);
+    ASSERT_TRUE(door.connected());
+    ASSERT_TRUE(trace->waitFor("connected; the chain is this connection's"));
+
+    // Reset and Run-Test/Idle clock nothing and answer -7.
+    ASSERT_EQ(client->exchange("44"), plus);
+    ASSERT_EQ(client->exchange("3", 2), plus);
+    EXPECT_EQ(client->replyText(), chainOwned);
+    // A scan takes its blocks off the wire, answers -7 as its status and
+    // reply, and brings nothing back.
+    JtagShift shift;
+    shift.bitCount = 8;
+    shift.withSecond = 1;
+    shift.first = wire("\xA5");
+    shift.second = wire("\0");
+    const JtagShiftReply reply = client->jtagShift(shift);
+    EXPECT_TRUE(reply.framed);
+    EXPECT_EQ(reply.status, wire("-7\0"));
+    EXPECT_EQ(reply.readBack, "");
+    EXPECT_EQ(client->replyText(), chainOwned);
+
+    // The door reads the chain in Test-Logic-Reset: nothing moved it.
+    ASSERT_TRUE(door.send("R"));
+    EXPECT_EQ(door.receive(1), "1");
+
+    // A second door is refused while the first is open.
+    RawClient second(doorPort);
+    EXPECT_TRUE(second.closedByServer());
+    EXPECT_TRUE(trace->waitFor("refused: the chain is owned by connection"));
+
+    door.close();
+    ASSERT_TRUE(trace->waitFor("closed: client left"));
+    ASSERT_EQ(client->exchange("44"), plus);
+    ASSERT_EQ(client->exchange("3", 2), plus);
+    EXPECT_EQ(client->replyText(), "0");
+}
+
+TEST_F(RemoteBitbangDoor, AByteThatIsNoRequestClosesTheDoorAndTheChainIsFreeAgain) {
+    RawClient door(doorPort);
+    ASSERT_TRUE(door.send("0404x"));
+    EXPECT_TRUE(door.closedByServer());
+    EXPECT_TRUE(trace->waitFor("closed: not a remote_bitbang request: 0x78 (2 TCK cycles)"));
+    auto client = libraryClient();
+    ASSERT_EQ(client->exchange("44"), plus);
+    ASSERT_EQ(client->exchange("8", 2), plus);
+    // Two TMS-low edges from Test-Logic-Reset: Run-Test/Idle (state 1).
+    EXPECT_EQ(client->replyText(), "1");
+}
+
+}  // namespace
+}  // namespace tetherhost::test
