@@ -1,0 +1,148 @@
+/* Debian's OpenOCD against every shipped chain, through the remote_bitbang
+ * door: with every TAP declared from the chain file it initialises cleanly
+ * and finds every IDCODE; with none declared, its own guess of each IR
+ * length agrees with the file wherever its probe can tell (every device
+ * captures exactly ...01 and no IR is longer than 60 bits). Each chain runs
+ * as its own test, in a private network namespace. */
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cinttypes>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <regex>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "SimulatorHarness.h"
+#include "server/ChainFile.h"
+
+namespace tetherhost::test {
+namespace {
+
+constexpr int port = TETHERHOST_TEST_PORT;
+constexpr int doorPort = TETHERHOST_TEST_DOOR_PORT;
+// OpenOCD's probe finds an IR's length by shifting ones through it; it gives
+// up beyond this many bits.
+constexpr int longestProbedIr = 60;
+
+std::vector<std::string> shippedChains() {
+    std::vector<std::string> names;
+    for (const auto& entry : std::filesystem::directory_iterator(TETHERHOST_SHIPPED_CHAINS))
+        if (entry.path().extension() == ".json") names.push_back(entry.path().stem().string());
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+std::string hex(std::uint64_t value) {
+    char text[24];
+    std::snprintf(text, sizeof text, "0x%" PRIx64, value);
+    return text;
+}
+
+std::string fileText(const std::string& path) {
+    std::ifstream file(path);
+    std::stringstream text;
+    text << file.rdbuf();
+    return text.str();
+}
+
+class OpenOcdOnAShippedChain : public ::testing::TestWithParam<std::string> {
+protected:
+    void SetUp() override {
+        const std::string path = std::string(TETHERHOST_SHIPPED_CHAINS) + "/" + GetParam() + ".json";
+        devices = sim::loadCableConfig(path).chain;
+        simulator = Simulator::start(port, {"--chain", path, "--remote-bitbang", std::to_string(doorPort)});
+        ASSERT_NE(simulator, nullptr);
+    }
+
+    /** OpenOCD with `setup` before init, then scan_chain; its exit status,
+     * and its log in `log`. */
+    int openocd(const std::vector<std::string>& setup, std::string& log) {
+        const std::string logPath = scratch.file("openocd.log");
+        std::vector<std::string> arguments = {TETHERHOST_OPENOCD,
+                                              "-l",
+                                              logPath,
+                                              "-c",
+                                              "adapter driver remote_bitbang",
+                                              "-c",
+                                              "remote_bitbang host 127.0.0.1",
+                                              "-c",
+                                              "remote_bitbang port " + std::to_string(doorPort),
+                                              "-c",
+                                              "transport select jtag"};
+        for (const std::string& command : setup) {
+            arguments.push_back("-c");
+            arguments.push_back(command);
+        }
+        for (const char* command : {"init", "scan_chain", "shutdown"}) {
+            arguments.push_back("-c");
+            arguments.push_back(command);
+        }
+        const pid_t pid = spawnProgram(TETHERHOST_OPENOCD, arguments);
+        const std::optional<int> status = waitChild(pid, 60000);
+        log = fileText(logPath);
+        return status.value_or(-1);
+    }
+
+    ScratchDir scratch;
+    std::vector<sim::TapDevice> devices;
+    std::unique_ptr<Simulator> simulator;
+};
+
+TEST_P(OpenOcdOnAShippedChain, WithEveryTapDeclaredItFindsEveryIdcode) {
+    // OpenOCD declares the TAP next to TDO first; the file lists from TDI.
+    std::vector<std::string> declarations;
+    for (auto device = devices.rbegin(); device != devices.rend(); ++device) {
+        const std::string name = "t" + std::to_string(declarations.size());
+        std::string declaration = "jtag newtap " + name + " tap -irlen " + std::to_string(device->irLength);
+        if ((device->irCapture & 0b11) != 0b01) {
+            const std::uint64_t mask =
+                device->irLength >= 32 ? 0xFFFFFFFFU : (std::uint64_t{1} << device->irLength) - 1;
+            declaration += " -ircapture " + hex(device->irCapture & mask) + " -irmask " + hex(mask);
+        }
+        if (device->idcode) declaration += " -expected-id " + hex(*device->idcode);
+        declarations.push_back(declaration);
+    }
+    std::string log;
+    ASSERT_EQ(openocd(declarations, log), 0) << log;
+    for (std::size_t i = 0; i < devices.size(); ++i) {
+        const sim::TapDevice& device = devices[devices.size() - 1 - i];
+        if (!device.idcode) continue;
+        char found[64];
+        std::snprintf(found, sizeof found, "t%zu.tap tap/device found: 0x%08" PRIx32, i, *device.idcode);
+        EXPECT_NE(log.find(found), std::string::npos) << device.name << "\n" << log;
+    }
+    EXPECT_EQ(log.find("Error"), std::string::npos) << log;
+    EXPECT_EQ(log.find("UNEXPECTED"), std::string::npos) << log;
+}
+
+TEST_P(OpenOcdOnAShippedChain, UndeclaredItsGuessOfEachIrLengthAgreesWithTheFile) {
+    for (const sim::TapDevice& device : devices)
+        if (device.irCapture != 0b01 || device.irLength > longestProbedIr)
+            GTEST_SKIP() << device.name << " captures " << hex(device.irCapture) << " in " << device.irLength
+                         << " bits: OpenOCD's probe cannot tell its length";
+    std::string log;
+    ASSERT_EQ(openocd({}, log), 0) << log;
+    std::vector<int> guessed;
+    const std::regex suggestion(R"re(AUTO auto\d+\.tap - use "jtag newtap auto\d+ tap -irlen (\d+))re");
+    for (std::sregex_iterator it(log.begin(), log.end(), suggestion), end; it != end; ++it)
+        guessed.push_back(std::stoi((*it)[1].str()));
+    std::vector<int> described;
+    for (auto device = devices.rbegin(); device != devices.rend(); ++device) described.push_back(device->irLength);
+    EXPECT_EQ(guessed, described) << log;
+}
+
+INSTANTIATE_TEST_SUITE_P(Chains, OpenOcdOnAShippedChain, ::testing::ValuesIn(shippedChains()),
+                         [](const ::testing::TestParamInfo<std::string>& info) {
+                             std::string name = info.param;
+                             for (char& c : name)
+                                 if (c == '-') c = '_';
+                             return name;
+                         });
+
+}  // namespace
+}  // namespace tetherhost::test
