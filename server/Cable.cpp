@@ -19,7 +19,7 @@ ShiftResult Cable::shift(int flags, std::int64_t bitCount, const std::string& td
     }
     const auto bits = static_cast<std::size_t>(std::max<std::int64_t>(bitCount, 0));
     const ScanKind kind = (flags & shiftFlag::instructionScan) != 0 ? ScanKind::Instruction : ScanKind::Data;
-    result.tdo = jtag.scan(kind, tdi, bits);
+    result.tdo = jtag.scan(kind, tdi, bits, tap.endState(kind));
     if (mask != nullptr) {
         static const std::string none;
         result.mismatches = countMismatches(result.tdo, expected != nullptr ? *expected : none, *mask, bits);

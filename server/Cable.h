@@ -16,6 +16,7 @@
 #include "protocol/Status.h"
 #include "server/JtagChain.h"
 #include "server/Peripherals.h"
+#include "server/TapControl.h"
 #include "support/ByteUnits.h"
 
 namespace tetherhost::sim {
@@ -97,6 +98,7 @@ public:
     int sharedAppCount() const;
 
     JtagChain jtag;
+    TapControl tap{jtag};
     SspiFlash sspi;
     I2cEeprom eeprom;
     PumpBuffer pump;

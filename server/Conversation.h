@@ -17,6 +17,7 @@
 #define TETHERHOST_SERVER_CONVERSATION_H
 
 #include <asio/awaitable.hpp>
+#include <array>
 #include <asio/ip/tcp.hpp>
 #include <cstddef>
 #include <cstdint>
@@ -114,6 +115,8 @@ private:
     asio::awaitable<int> i2cTransfer(int withWrite, int withReadBack);
     asio::awaitable<int> jtagInterface();
     int plainSubCommand(int number);
+    /** The TAP control sub-commands that take integers (docs/simulator.md). */
+    int tapSubCommand(int number, const std::array<int, 5>& values);
     /** A remote_bitbang connection owns the chain: nothing may clock it. */
     bool chainOwned() const { return state.chainOwner != 0; }
     asio::awaitable<int> jtagShift();

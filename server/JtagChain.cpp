@@ -104,6 +104,11 @@ TapState nextTapState(TapState state, bool tms) {
     return S::TestLogicReset;
 }
 
+bool isStableState(TapState state) {
+    return state == TapState::TestLogicReset || state == TapState::RunTestIdle || state == TapState::PauseDr ||
+           state == TapState::PauseIr;
+}
+
 const char* tapStateName(TapState state) {
     static constexpr std::array<const char*, tapStateCount> names = {
         "Test-Logic-Reset", "Run-Test/Idle", "Select-DR-Scan", "Capture-DR",     "Shift-DR",   "Exit1-DR",
@@ -222,6 +227,8 @@ void JtagChain::enter(TapState state) {
 }
 
 bool JtagChain::clock(bool tms, bool tdi) {
+    if (trstAsserted) return true;
+    ++clocked;
     bool tdo = true;
     switch (current) {
     case TapState::CaptureDr: capture(ScanKind::Data); break;
@@ -249,6 +256,24 @@ void JtagChain::reset() {
 }
 
 void JtagChain::testReset() { enter(TapState::TestLogicReset); }
+
+void JtagChain::setTrst(bool asserted) {
+    if (asserted) testReset();
+    trstAsserted = asserted;
+}
+
+bool JtagChain::stepTo(TapState next) {
+    for (const bool tms : {false, true}) {
+        if (nextTapState(current, tms) != next) continue;
+        clock(tms, false);
+        return true;
+    }
+    return false;
+}
+
+void JtagChain::idle(std::uint64_t count) {
+    if (!trstAsserted) clocked += count;
+}
 
 void JtagChain::moveTo(TapState target) {
     // Breadth-first search over the 16 states; each state has two exits.
@@ -297,21 +322,38 @@ std::string JtagChain::shiftThrough(const std::string& tdi, std::size_t bitCount
         ShiftRegister& bits = tap->active();
         for (std::size_t i = 0; i < bits.length(); ++i, ++position) bits.assign(i, stream(position));
     }
+    clocked += bitCount;
     current = nextTapState(current, true);
     return tdo;
 }
 
-std::string JtagChain::scan(ScanKind kind, const std::string& tdi, std::size_t bitCount) {
-    moveTo(kind == ScanKind::Instruction ? TapState::CaptureIr : TapState::CaptureDr);
+std::string JtagChain::scan(ScanKind kind, const std::string& tdi, std::size_t bitCount, TapState end) {
+    if (trstAsserted) return std::string((bitCount + 7) / 8, '\xFF');
+    const bool instruction = kind == ScanKind::Instruction;
+    const TapState pause = instruction ? TapState::PauseIr : TapState::PauseDr;
     std::string tdo;
-    if (bitCount == 0) {
-        clock(true, false);  // capture, then straight to Exit1
-    } else {
-        clock(false, false);  // capture, then Shift
+    if (current == pause && bitCount > 0) {
+        clock(true, false);   // Pause to Exit2
+        clock(false, false);  // Exit2 to Shift: the register keeps what it holds
         tdo = shiftThrough(tdi, bitCount);
+    } else if (current != pause) {
+        moveTo(instruction ? TapState::CaptureIr : TapState::CaptureDr);
+        if (bitCount == 0) {
+            clock(true, false);  // capture, then straight to Exit1
+        } else {
+            clock(false, false);  // capture, then Shift
+            tdo = shiftThrough(tdi, bitCount);
+        }
     }
-    clock(true, false);   // Exit1 to Update: the instruction takes effect
-    clock(false, false);  // Update to Run-Test/Idle
+    if (current == pause) {
+        // An empty scan resumed from Pause: nothing shifted; on to `end`.
+    } else if (end == pause) {
+        clock(false, false);  // Exit1 to Pause, before Update
+        return tdo;
+    } else {
+        clock(true, false);  // Exit1 to Update: the instruction takes effect
+    }
+    moveTo(end);
     return tdo;
 }
 

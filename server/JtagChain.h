@@ -47,6 +47,9 @@ inline constexpr int tapStateCount = 16;
 TapState nextTapState(TapState state, bool tms);
 /** The IEEE 1149.1 name of a state, e.g. "Run-Test/Idle". */
 const char* tapStateName(TapState state);
+/** The four states a controller stays in while TMS holds: Test-Logic-Reset,
+ * Run-Test/Idle, Pause-DR and Pause-IR. */
+bool isStableState(TapState state);
 
 /** A register's bits, least significant first, 64 to a word. */
 using RegisterBits = std::vector<std::uint64_t>;
@@ -123,7 +126,8 @@ public:
 
     /** One TCK cycle: TMS and TDI are sampled, the current state's action is
      * done, the controller moves on. Returns the cable's TDO for the cycle,
-     * 1 (pulled up) when no register is being shifted. */
+     * 1 (pulled up) when no register is being shifted. While TRST is
+     * asserted the cycle changes nothing. */
     bool clock(bool tms, bool tdi);
     /** The cable's TDO now, between TCK edges: bit 0 of the last device's
      * register in the Shift states, 1 (pulled up) in any other. It is the
@@ -133,12 +137,29 @@ public:
     void reset();
     /** TRST: every controller to Test-Logic-Reset at once, without TCK. */
     void testReset();
+    /** TRST held (true) or released: while held, the controllers stay in
+     * Test-Logic-Reset and TCK changes nothing. */
+    void setTrst(bool asserted);
+    bool trst() const { return trstAsserted; }
+    /** One TCK cycle with the TMS that leads to `next`; false, and nothing
+     * clocked, when `next` does not follow the current state. */
+    bool stepTo(TapState next);
+    /** `count` TCK cycles in the current stable state, TMS holding it there:
+     * counted, and nothing else changes. */
+    void idle(std::uint64_t count);
+    /** TCK cycles clocked so far (idle ones included). */
+    std::uint64_t cycles() const { return clocked; }
     /** Drives TMS along the shortest path from the current state to `target`. */
     void moveTo(TapState target);
-    /** One whole scan from the current state: to Capture, through Shift for
-     * `bitCount` bits of `tdi` (missing bytes shift in as 0), Exit1, Update,
-     * and on to Run-Test/Idle. Returns the TDO bits, (bitCount + 7) / 8 bytes. */
-    std::string scan(ScanKind kind, const std::string& tdi, std::size_t bitCount);
+    /** One whole scan: to Capture, through Shift for `bitCount` bits of
+     * `tdi` (missing bytes shift in as 0) and Exit1, then on to `end`, a
+     * stable state: the Pause state of the same register stays before
+     * Update, any other is reached through Update by the shortest path.
+     * From the Pause state of the same register the scan goes on through
+     * Exit2 to Shift without a new Capture, so a long scan can be split.
+     * Returns the TDO bits, (bitCount + 7) / 8 bytes; all ones while TRST
+     * is held, when nothing moves. */
+    std::string scan(ScanKind kind, const std::string& tdi, std::size_t bitCount, TapState end = TapState::RunTestIdle);
 
     TapState state() const { return current; }
     const std::vector<TapDevice>& devices() const { return descriptions; }
@@ -171,6 +192,8 @@ private:
     std::vector<TapDevice> descriptions;
     std::vector<Tap> taps;
     TapState current = TapState::TestLogicReset;
+    bool trstAsserted = false;
+    std::uint64_t clocked = 0;
 };
 
 }  // namespace tetherhost::sim

@@ -7,7 +7,7 @@ namespace tetherhost::sim {
 void RemoteBitbang::drive(bool newTck, bool newTms, bool newTdi) {
     // A TAP samples TMS and TDI on the rising edge of TCK; while TRST holds
     // the controllers in Test-Logic-Reset, edges change nothing.
-    if (newTck && !tck && !trst) {
+    if (newTck && !tck && !chain.trst()) {
         chain.clock(newTms, newTdi);
         ++clocked;
     }
@@ -17,9 +17,14 @@ void RemoteBitbang::drive(bool newTck, bool newTms, bool newTdi) {
 }
 
 void RemoteBitbang::resetLines(bool newTrst, bool newSrst) {
-    if (newTrst) chain.testReset();
-    trst = newTrst;
+    chain.setTrst(newTrst);
+    trstHeld = newTrst;
     srst = newSrst;
+}
+
+RemoteBitbang::~RemoteBitbang() {
+    // A client that leaves with TRST asserted lets go of the line.
+    if (trstHeld) chain.setTrst(false);
 }
 
 RemoteBitbang::Outcome RemoteBitbang::feed(std::string_view requests, std::string& answers) {

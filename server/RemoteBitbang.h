@@ -21,6 +21,9 @@ namespace tetherhost::sim {
 class RemoteBitbang {
 public:
     explicit RemoteBitbang(JtagChain& chain) : chain(chain) {}
+    ~RemoteBitbang();
+    RemoteBitbang(const RemoteBitbang&) = delete;
+    RemoteBitbang& operator=(const RemoteBitbang&) = delete;
 
     enum class Outcome {
         More,     // every request was carried out; more may come
@@ -48,7 +51,7 @@ private:
     bool tck = false;
     bool tms = false;
     bool tdi = false;
-    bool trst = false;
+    bool trstHeld = false;  // this client asserted TRST and has not released it
     bool srst = false;
     bool led = false;
     bool swdioDriven = false;

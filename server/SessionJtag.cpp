@@ -25,9 +25,11 @@ asio::awaitable<int> Conversation::jtagInterface() {
     switch (shape.pattern) {
     case SubPattern::Unknown: break;
     case SubPattern::NoArgs: co_return plainSubCommand(*number);
-    case SubPattern::Ints:
-        for (int i = 0; i < shape.count; ++i) co_await integer("arg");
-        break;
+    case SubPattern::Ints: {
+        std::array<int, 5> values{};
+        for (int i = 0; i < shape.count; ++i) values[static_cast<std::size_t>(i)] = co_await integer("arg");
+        co_return tapSubCommand(*number, values);
+    }
     case SubPattern::Texts:
         for (int i = 0; i < shape.count; ++i) co_await text("text");
         break;
@@ -63,10 +65,43 @@ int Conversation::plainSubCommand(int number) {
         textReply = description;
         return devices;
     }
+    case protocol::sub::clockReport: textReply = cable.tap.report(); return reply::done;
     case protocol::sub::tapState:
         textReply = tapStateName(cable.jtag.state());
         return static_cast<int>(cable.jtag.state());
     default: return reply::done;
+    }
+}
+
+namespace {
+
+std::uint64_t joined(int high, int low) {
+    return static_cast<std::uint64_t>(static_cast<std::uint32_t>(high)) << 32 | static_cast<std::uint32_t>(low);
+}
+
+}  // namespace
+
+int Conversation::tapSubCommand(int number, const std::array<int, 5>& values) {
+    TapControl& tap = cable.tap;
+    switch (number) {
+    case protocol::sub::irEndState: return tap.setEndState(ScanKind::Instruction, values[0]);
+    case protocol::sub::drEndState: return tap.setEndState(ScanKind::Data, values[0]);
+    case protocol::sub::tckFrequency: return tap.setFrequency(values[0]);
+    case protocol::sub::moveToState:
+    case protocol::sub::stepToState:
+    case protocol::sub::trst:
+    case protocol::sub::runTest: break;
+    default: return reply::done;
+    }
+    // The rest clock the chain, or hold it in reset.
+    if (chainOwned()) return reply::chainOwned;
+    switch (number) {
+    case protocol::sub::moveToState: return tap.moveTo(values[0]);
+    case protocol::sub::stepToState: return tap.stepTo(values[0]);
+    case protocol::sub::trst: return tap.setTrst(values[0]);
+    default:
+        if (values[4] != 0 && values[4] != 1) return reply::outOfRange;  // the clock: 0 TCK, 1 SCK
+        return tap.runTest(joined(values[0], values[1]), joined(values[2], values[3]), values[4] == 1);
     }
 }
 

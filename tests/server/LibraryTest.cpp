@@ -265,7 +265,7 @@ TEST_F(Library, SubCommandsOfEveryPatternKeepTheConversationInStep) {
     EXPECT_EQ(client->Send(44, 2, 7), 0);
     EXPECT_EQ(client->Send(44, 5, 1, 2), 0);
     EXPECT_EQ(client->Send(44, 93, 1, 2, 3), 0);
-    EXPECT_EQ(client->Send(44, 89, 1, 2, 3, 4, 5), 0);
+    EXPECT_EQ(client->Send(44, 90, 1, 2, 3, 4, 5), 0);
     EXPECT_EQ(client->Send(44, 1, text), 0);
     EXPECT_EQ(client->Send(44, 83, text, empty), 0);
     EXPECT_EQ(client->Send(44, 30, 1, text, 2), 0);

@@ -296,7 +296,8 @@ TEST_F(Wire, SubCommandsOfEveryPatternAreTakenAndAnswered) {
         {"2", {"7"}},
         {"5", {"1", "2"}},
         {"93", {"1", "2", "3"}},
-        {"89", {"1", "2", "3", "4", "5"}},
+        {"89", {"0", "2", "0", "4", "0"}},
+        {"90", {"1", "2", "3", "4", "5"}},
         {"1", {"text"}},
         {"83", {"a", ""}},
         {"30", {"1", "mid", "2"}},
@@ -335,6 +336,44 @@ TEST_F(Wire, ChainAndStateQueriesAnswerWithTextReplies) {
     EXPECT_EQ(client->exchange("8", 2), plus);
     EXPECT_EQ(client->reply(), 1);
     EXPECT_EQ(client->replyText(), "Run-Test/Idle");
+}
+
+TEST_F(Wire, ADataScanSplitAtPauseDrReadsTheIdcodesAsOneScanDoes) {
+    const auto subCommand = [&](const char* number, std::initializer_list<const char*> arguments) {
+        EXPECT_EQ(client->exchange("44"), plus);
+        EXPECT_EQ(client->exchange(number, 2), plus);
+        for (const char* argument : arguments) EXPECT_EQ(client->exchange(argument, 2), plus);
+        return client->reply();
+    };
+    const auto scan = [&](int bitCount) {
+        JtagShift shift;
+        shift.bitCount = bitCount;
+        shift.withSecond = 1;
+        shift.first = std::string(static_cast<std::size_t>(bitCount + 7) / 8, '\0');
+        shift.second = shift.first;
+        const JtagShiftReply reply = client->jtagShift(shift);
+        EXPECT_TRUE(reply.framed);
+        EXPECT_EQ(reply.status, wire("0\0"));
+        EXPECT_EQ(client->reply(), 0);
+        return reply.readBack;
+    };
+    EXPECT_EQ(subCommand("18", {"6"}), 0);  // data scans end in Pause-DR
+    const std::string first = scan(40);
+    EXPECT_EQ(subCommand("8", {}), 6);
+    EXPECT_EQ(client->replyText(), "Pause-DR");
+    EXPECT_EQ(subCommand("18", {"1"}), 0);  // and now in Run-Test/Idle
+    const std::string second = scan(56);
+    std::vector<bool> bits;
+    for (std::size_t i = 0; i < 40; ++i) bits.push_back(bitOf(first, i));
+    for (std::size_t i = 0; i < 56; ++i) bits.push_back(bitOf(second, i));
+    EXPECT_EQ(bitString(bits), idcodes);
+    // RUNTEST: 2^32 + 5 cycles at 1 MHz, on the virtual clock, after the
+    // scans' 105 (to Capture-DR 3, to Shift 1, 40 bits, to Pause 1; to Exit2
+    // and Shift 2, 56 bits, to Update and Run-Test/Idle 2).
+    EXPECT_EQ(subCommand("89", {"1", "5", "0", "0", "0"}), 0);
+    EXPECT_EQ(subCommand("9", {}), 0);
+    EXPECT_EQ(client->replyText(), "tck_hz=1000000;cycles=4294967406;virtual_ns=4294967406000;trst=0;");
+    EXPECT_EQ(subCommand("17", {"3"}), -2);  // Capture-DR is no end state
 }
 
 TEST_F(Wire, JtagShiftReadsTheIdcodesAfterReset) {
