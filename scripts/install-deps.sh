@@ -9,7 +9,7 @@ packages=(
   libgtest-dev libgmock-dev libbenchmark-dev
   libasio-dev libcli11-dev nlohmann-json3-dev
   doxygen
-  openocd
+  openocd openfpgaloader
   clang libclang-rt-14-dev clang-format clang-tidy cppcheck valgrind
 )
 if [ "${TETHERHOST_QT5:-0}" = 1 ]; then packages+=(qtbase5-dev); fi

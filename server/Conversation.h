@@ -117,7 +117,8 @@ private:
     int plainSubCommand(int number);
     /** The TAP control sub-commands that take integers (docs/simulator.md). */
     int tapSubCommand(int number, const std::array<int, 5>& values);
-    /** A remote_bitbang connection owns the chain: nothing may clock it. */
+    /** A door connection (remote_bitbang, XVC) owns the chain: nothing may
+     * clock it. */
     bool chainOwned() const { return state.chainOwner != 0; }
     asio::awaitable<int> jtagShift();
     asio::awaitable<void> oneCallShift();

@@ -1,20 +1,20 @@
-/* RemoteBitbangSession: one connection on the remote_bitbang door. While it
- * is open it owns the chain: OpenOCD clocks the chain a TCK edge at a time,
- * and a library client's scan in between would break its sequence. */
+/* RemoteBitbangSession: the remote_bitbang door's side of a connection:
+ * OpenOCD's requests carried out as they arrive, and the reasons such a
+ * connection closes (quit, a byte that is no request). The server's loop
+ * gives it the chain for as long as the connection stays open: OpenOCD
+ * clocks the chain a TCK edge at a time, and a library client's scan in
+ * between would break its sequence. */
 #ifndef TETHERHOST_SERVER_REMOTEBITBANGSESSION_H
 #define TETHERHOST_SERVER_REMOTEBITBANGSESSION_H
 
-#include <asio/awaitable.hpp>
-#include <asio/ip/tcp.hpp>
+#include <memory>
 
-#include "server/Session.h"
+#include "server/ChainDoor.h"
 
 namespace tetherhost::sim {
 
-/** Serves remote_bitbang requests on `socket` until the client quits, leaves
- * or sends a byte that is no request; the socket is closed when it returns.
- * One connection owns the chain at a time: a second one is closed at once. */
-asio::awaitable<void> serveRemoteBitbang(asio::ip::tcp::socket& socket, ServerState& state, ConnectionId id);
+/** The remote_bitbang protocol of one connection, on the cable's chain. */
+std::unique_ptr<ChainDoorProtocol> remoteBitbangDoor(ServerState& state, const Trace::Where& where);
 
 }  // namespace tetherhost::sim
 

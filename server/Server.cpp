@@ -15,7 +15,9 @@
 #include <exception>
 #include <string>
 
+#include "server/ChainDoor.h"
 #include "server/RemoteBitbangSession.h"
+#include "server/XvcSession.h"
 
 namespace tetherhost::sim {
 
@@ -35,6 +37,7 @@ Server::Server(asio::io_context& io, Cable& cable, Trace& trace, const Limits& l
     : io(io),
       acceptor(io),
       bitbangAcceptor(io),
+      xvcAcceptor(io),
       idleTimer(io),
       signals(io, SIGINT, SIGTERM),
       idleExit(idleExit),
@@ -49,12 +52,15 @@ void Server::listen(unsigned short port) { bindLoopback(acceptor, port); }
 
 void Server::listenRemoteBitbang(unsigned short port) { bindLoopback(bitbangAcceptor, port); }
 
+void Server::listenXvc(unsigned short port) { bindLoopback(xvcAcceptor, port); }
+
 void Server::start() {
     signals.async_wait([this](const std::error_code& error, int) {
         if (!error) stop();
     });
     asio::co_spawn(io, accept(acceptor, Door::Library), asio::detached);
     if (bitbangAcceptor.is_open()) asio::co_spawn(io, accept(bitbangAcceptor, Door::RemoteBitbang), asio::detached);
+    if (xvcAcceptor.is_open()) asio::co_spawn(io, accept(xvcAcceptor, Door::Xvc), asio::detached);
     armIdleTimer();
 }
 
@@ -125,10 +131,12 @@ bool Server::refuseWithSpare(asio::ip::tcp::acceptor& from) {
 
 asio::awaitable<void> Server::serve(asio::ip::tcp::socket socket, ConnectionId id, Door door) {
     try {
-        if (door == Door::RemoteBitbang)
-            co_await serveRemoteBitbang(socket, state, id);
-        else
+        if (door == Door::Library)
             co_await serveConnection(socket, state, id);
+        else if (door == Door::RemoteBitbang)
+            co_await serveChainDoor(socket, state, id, "remote_bitbang", remoteBitbangDoor);
+        else
+            co_await serveChainDoor(socket, state, id, "xvc", xvcDoor);
     } catch (const std::exception&) {
         // A fault of ours, already traced by the session, which has closed
         // the connection. It is counted out all the same; the others go on.
@@ -148,6 +156,7 @@ void Server::stop() {
     std::error_code ignored;
     acceptor.close(ignored);
     bitbangAcceptor.close(ignored);
+    xvcAcceptor.close(ignored);
     signals.cancel(ignored);
     idleTimer.cancel();
     io.stop();

@@ -1,7 +1,7 @@
 /* Server: listens on 127.0.0.1, runs one coroutine per connection (a
- * Session for the library's clients, a RemoteBitbangSession on the
- * remote_bitbang door), all on one io_context thread, and stops on SIGINT or
- * SIGTERM, or after a time without clients. */
+ * Session for the library's clients, a ChainDoor connection on the
+ * remote_bitbang and XVC doors), all on one io_context thread, and stops on
+ * SIGINT or SIGTERM, or after a time without clients. */
 #ifndef TETHERHOST_SERVER_SERVER_H
 #define TETHERHOST_SERVER_SERVER_H
 
@@ -33,13 +33,16 @@ public:
     /** Also listens on 127.0.0.1:`port` for OpenOCD's remote_bitbang
      * clients; throws std::system_error. */
     void listenRemoteBitbang(unsigned short port);
+    /** Also listens on 127.0.0.1:`port` for Xilinx Virtual Cable clients;
+     * throws std::system_error. */
+    void listenXvc(unsigned short port);
     /** Starts accepting, the idle timer and the signal handling; io.run()
      * then serves until the server stops. */
     void start();
 
 private:
     /** Which protocol a listening socket serves. */
-    enum class Door { Library, RemoteBitbang };
+    enum class Door { Library, RemoteBitbang, Xvc };
 
     asio::awaitable<void> accept(asio::ip::tcp::acceptor& from, Door door);
     asio::awaitable<void> serve(asio::ip::tcp::socket socket, ConnectionId id, Door door);
@@ -51,6 +54,7 @@ private:
     asio::io_context& io;
     asio::ip::tcp::acceptor acceptor;
     asio::ip::tcp::acceptor bitbangAcceptor;
+    asio::ip::tcp::acceptor xvcAcceptor;
     asio::steady_timer idleTimer;
     asio::signal_set signals;
     std::chrono::seconds idleExit;

@@ -30,7 +30,7 @@ struct ServerState {
     Locks locks;
     TransferMemory transferMemory;
     int connected = 0;              // connections open now
-    ConnectionId chainOwner = 0;    // the remote_bitbang connection that owns the chain; 0: none
+    ConnectionId chainOwner = 0;    // the door connection (remote_bitbang, XVC) that owns the chain; 0: none
     std::uint64_t connections = 0;  // connections accepted so far
     /* Every receive lands here and is handed to its connection's frame
      * reader at once (one thread serves all), so a connection waiting for

@@ -31,6 +31,7 @@ struct Options {
     std::string chain;
     std::string pidFile;
     int remoteBitbangPort = 0;  // 0: no remote_bitbang door
+    int xvcPort = 0;            // 0: no XVC door
 };
 
 /* A program that starts us may hand down any of its descriptors; holding on
@@ -90,6 +91,9 @@ int main(int argc, char** argv) try {
     app.add_option("--remote-bitbang", options.remoteBitbangPort,
                    "also serve OpenOCD's remote_bitbang protocol on 127.0.0.1:PORT, on the same chain")
         ->check(CLI::Range(1, 65535));
+    app.add_option("--xvc", options.xvcPort,
+                   "also serve the Xilinx Virtual Cable protocol on 127.0.0.1:PORT, on the same chain")
+        ->check(CLI::Range(1, 65535));
     CLI11_PARSE(app, argc, argv);
     options.limits.stallTimeout = std::chrono::seconds(options.stallTimeout);
 
@@ -110,11 +114,13 @@ int main(int argc, char** argv) try {
     asio::io_context io(1);
     Cable cable(config);
     Server server(io, cable, trace, options.limits, std::chrono::seconds(options.idleExit));
-    // The door listens first: once the library's port answers, every door does.
+    // The doors listen first: once the library's port answers, every door does.
     int listening = options.remoteBitbangPort;
     try {
         if (options.remoteBitbangPort != 0)
             server.listenRemoteBitbang(static_cast<unsigned short>(options.remoteBitbangPort));
+        listening = options.xvcPort;
+        if (options.xvcPort != 0) server.listenXvc(static_cast<unsigned short>(options.xvcPort));
         listening = options.port;
         server.listen(static_cast<unsigned short>(options.port));
     } catch (const std::system_error& error) {

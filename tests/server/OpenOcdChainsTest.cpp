@@ -10,10 +10,8 @@
 #include <cinttypes>
 #include <cstdio>
 #include <filesystem>
-#include <fstream>
 #include <memory>
 #include <regex>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -43,13 +41,6 @@ std::string hex(std::uint64_t value) {
     return text;
 }
 
-std::string fileText(const std::string& path) {
-    std::ifstream file(path);
-    std::stringstream text;
-    text << file.rdbuf();
-    return text.str();
-}
-
 class OpenOcdOnAShippedChain : public ::testing::TestWithParam<std::string> {
 protected:
     void SetUp() override {
@@ -60,32 +51,12 @@ protected:
     }
 
     /** OpenOCD with `setup` before init, then scan_chain; its exit status,
-     * and its log in `log`. */
-    int openocd(const std::vector<std::string>& setup, std::string& log) {
-        const std::string logPath = scratch.file("openocd.log");
-        std::vector<std::string> arguments = {TETHERHOST_OPENOCD,
-                                              "-l",
-                                              logPath,
-                                              "-c",
-                                              "adapter driver remote_bitbang",
-                                              "-c",
-                                              "remote_bitbang host 127.0.0.1",
-                                              "-c",
-                                              "remote_bitbang port " + std::to_string(doorPort),
-                                              "-c",
-                                              "transport select jtag"};
-        for (const std::string& command : setup) {
-            arguments.push_back("-c");
-            arguments.push_back(command);
-        }
-        for (const char* command : {"init", "scan_chain", "shutdown"}) {
-            arguments.push_back("-c");
-            arguments.push_back(command);
-        }
-        const pid_t pid = spawnProgram(TETHERHOST_OPENOCD, arguments);
-        const std::optional<int> status = waitChild(pid, 60000);
-        log = fileText(logPath);
-        return status.value_or(-1);
+     * and what it printed in `log`. */
+    int openocd(std::vector<std::string> setup, std::string& log) {
+        std::vector<std::string> arguments = openOcdOnDoor(TETHERHOST_OPENOCD, doorPort);
+        setup.insert(setup.end(), {"init", "scan_chain", "shutdown"});
+        for (const std::string& command : setup) arguments.insert(arguments.end(), {"-c", command});
+        return runTool(arguments, scratch.file("openocd.out"), log);
     }
 
     ScratchDir scratch;

@@ -6,9 +6,7 @@
  * its trace. */
 #include <gtest/gtest.h>
 
-#include <fstream>
 #include <memory>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -21,13 +19,6 @@ constexpr int port = TETHERHOST_TEST_PORT;
 constexpr int doorPort = TETHERHOST_TEST_DOOR_PORT;
 const std::string chainOwned = "-7";
 
-std::string fileText(const std::string& path) {
-    std::ifstream file(path);
-    std::stringstream text;
-    text << file.rdbuf();
-    return text.str();
-}
-
 class RemoteBitbangDoor : public ::testing::Test {
 protected:
     void SetUp() override {
@@ -39,38 +30,16 @@ protected:
 
     /** Runs OpenOCD on the door with the built-in chain declared (the first
      * TAP declared is the one next to TDO) and `commands` after init; its
-     * exit status, and its log in `log`. */
+     * exit status, and what it printed in `log`. */
     int openocd(const std::vector<std::string>& commands, std::string& log) {
-        const std::string logPath = scratch.file("openocd.log");
-        std::vector<std::string> arguments = {TETHERHOST_OPENOCD,
-                                              "-l",
-                                              logPath,
-                                              "-c",
-                                              "adapter driver remote_bitbang",
-                                              "-c",
-                                              "remote_bitbang host 127.0.0.1",
-                                              "-c",
-                                              "remote_bitbang port " + std::to_string(doorPort),
-                                              "-c",
-                                              "transport select jtag",
-                                              "-c",
-                                              "jtag newtap tap2 tap -irlen 8 -expected-id 0x07b421ff",
-                                              "-c",
-                                              "jtag newtap tap1 tap -irlen 6 -expected-id 0x23e171ff",
-                                              "-c",
-                                              "jtag newtap tap0 tap -irlen 4 -expected-id 0x10a5c1ff",
-                                              "-c",
-                                              "init"};
-        for (const std::string& command : commands) {
-            arguments.push_back("-c");
-            arguments.push_back(command);
-        }
-        arguments.push_back("-c");
-        arguments.push_back("shutdown");
-        const pid_t pid = spawnProgram(TETHERHOST_OPENOCD, arguments);
-        const std::optional<int> status = waitChild(pid, 60000);
-        log = fileText(logPath);
-        return status.value_or(-1);
+        std::vector<std::string> arguments = openOcdOnDoor(TETHERHOST_OPENOCD, doorPort);
+        std::vector<std::string> all = {"jtag newtap tap2 tap -irlen 8 -expected-id 0x07b421ff",
+                                        "jtag newtap tap1 tap -irlen 6 -expected-id 0x23e171ff",
+                                        "jtag newtap tap0 tap -irlen 4 -expected-id 0x10a5c1ff", "init"};
+        all.insert(all.end(), commands.begin(), commands.end());
+        all.push_back("shutdown");
+        for (const std::string& command : all) arguments.insert(arguments.end(), {"-c", command});
+        return runTool(arguments, scratch.file("openocd.out"), log);
     }
 
     /** A library-side client of the simulator: introduced, both locks held. */

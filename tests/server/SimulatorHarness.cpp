@@ -34,13 +34,6 @@ using Clock = std::chrono::steady_clock;
 
 void pause(int milliseconds) { std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds)); }
 
-std::string fileText(const std::string& path) {
-    std::ifstream file(path);
-    std::stringstream text;
-    text << file.rdbuf();
-    return text.str();
-}
-
 /* The ids of all processes, from the numeric entries of /proc. */
 std::vector<pid_t> allProcesses() {
     std::vector<pid_t> result;
@@ -483,6 +476,38 @@ std::string unframe(const std::string& framed) {
     std::string data;
     for (std::size_t offset = 0; offset < framed.size(); offset += 1024) data += framed.substr(offset + 1, 1023);
     return data;
+}
+
+std::string fileText(const std::string& path) {
+    std::ifstream file(path);
+    std::stringstream text;
+    text << file.rdbuf();
+    return text.str();
+}
+
+int runTool(const std::vector<std::string>& arguments, const std::string& outputPath, std::string& output) {
+    std::vector<std::string> shell = {"sh", "-c", "out=$1; shift; exec \"$@\" >\"$out\" 2>&1", "sh", outputPath};
+    shell.insert(shell.end(), arguments.begin(), arguments.end());
+    const pid_t pid = spawnProgram("/bin/sh", shell);
+    const std::optional<int> status = waitChild(pid, 60000);
+    if (!status) {
+        kill(pid, SIGKILL);
+        waitChild(pid, 5000);
+    }
+    output = fileText(outputPath);
+    return status.value_or(-1);
+}
+
+std::vector<std::string> openOcdOnDoor(const std::string& openocd, int doorPort) {
+    return {openocd,
+            "-c",
+            "adapter driver remote_bitbang",
+            "-c",
+            "remote_bitbang host 127.0.0.1",
+            "-c",
+            "remote_bitbang port " + std::to_string(doorPort),
+            "-c",
+            "transport select jtag"};
 }
 
 }  // namespace tetherhost::test

@@ -218,6 +218,18 @@ std::string delayed(const std::string& tdi, std::size_t bitCount, std::size_t de
 /** Drops the leading "+" of every 1024-byte read-back chunk. */
 std::string unframe(const std::string& framed);
 
+/** The whole text of the file at `path` ("" when it cannot be read). */
+std::string fileText(const std::string& path);
+/** Runs `arguments` (argument zero is the program's path) with its standard
+ * output and error going to `outputPath`, for at most a minute (then it is
+ * killed by its pid); its status as waitChild gives it, -1 when it did not
+ * end in time, and what it wrote in `output`. */
+int runTool(const std::vector<std::string>& arguments, const std::string& outputPath, std::string& output);
+/** The start of an OpenOCD command line (`openocd` is its path) that drives
+ * the remote_bitbang door at 127.0.0.1:`doorPort` over JTAG; each command
+ * to follow goes as "-c" and the command. */
+std::vector<std::string> openOcdOnDoor(const std::string& openocd, int doorPort);
+
 }  // namespace tetherhost::test
 
 #endif
