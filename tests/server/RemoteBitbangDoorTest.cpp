@@ -1,11 +1,12 @@
 /* The remote_bitbang door of the simulator process: Debian's OpenOCD
  * initialising the built-in chain through it and reading what the library
- * reads, and the rule that an open door owns the chain (the library's chain
- * operations are answered -7 and clock nothing until it closes). Each test
- * runs its own simulator in a private network namespace and synchronises on
- * its trace. */
+ * reads, an SVF file played by OpenOCD with its TDO checks, and the rule
+ * that an open door owns the chain (the library's chain operations are
+ * answered -7 and clock nothing until it closes). Each test runs its own
+ * simulator in a private network namespace and synchronises on its trace. */
 #include <gtest/gtest.h>
 
+#include <fstream>
 #include <memory>
 #include <string>
 #include <vector>
@@ -89,6 +90,34 @@ TEST_F(RemoteBitbangDoor, OpenOcdScansReadWhatTheLibraryReads) {
     for (std::size_t bit = 0; bit < 32; ++bit)
         if (bitOf(reply.readBack, bit + 1)) idcode[bit / 8] = static_cast<char>(idcode[bit / 8] | (1 << (bit % 8)));
     EXPECT_EQ(idcode, littleEndian(0x23E171FFU));
+}
+
+/* An SVF file that checks the three IDCODEs after reset (SVF writes the
+ * first bit shifted rightmost), then BYPASS on every device. */
+std::string idcodeSvf(const std::string& expectedIdcodes) {
+    return "TRST OFF;\nENDIR IDLE;\nENDDR IDLE;\nSTATE RESET;\nSTATE IDLE;\n"
+           "SDR 96 TDI (000000000000000000000000) TDO (" +
+           expectedIdcodes +
+           ") MASK (FFFFFFFFFFFFFFFFFFFFFFFF);\n"
+           "SIR 18 TDI (3FFFF);\nSDR 3 TDI (7) TDO (0) MASK (7);\nRUNTEST 100 TCK;\n";
+}
+
+TEST_F(RemoteBitbangDoor, OpenOcdPlaysAnSvfFileWhoseTdoChecksPass) {
+    const std::string svf = scratch.file("idcodes.svf");
+    std::ofstream(svf) << idcodeSvf("10A5C1FF23E171FF07B421FF");
+    std::string log;
+    ASSERT_EQ(openocd({"svf " + svf}, log), 0) << log;
+    EXPECT_NE(log.find("svf file programmed successfully for 9 commands with 0 errors"), std::string::npos) << log;
+}
+
+TEST_F(RemoteBitbangDoor, OpenOcdFailsTheSameSvfFileWithOneExpectedBitFlipped) {
+    const std::string svf = scratch.file("flipped.svf");
+    std::ofstream(svf) << idcodeSvf("10A5C1FF23E171FF07B421FE");
+    std::string log;
+    EXPECT_NE(openocd({"svf " + svf}, log), 0) << log;
+    EXPECT_NE(log.find("READ = 0x10a5c1ff23e171ff07b421ff"), std::string::npos) << log;
+    EXPECT_NE(log.find("WANT = 0x10a5c1ff23e171ff07b421fe"), std::string::npos) << log;
+    EXPECT_NE(log.find("svf file programmed failed"), std::string::npos) << log;
 }
 
 TEST_F(RemoteBitbangDoor, AnOpenDoorOwnsTheChainAndTheLibraryIsAnsweredMinusSeven) {
