@@ -34,6 +34,16 @@ public:
  * names the connection in the trace. */
 using ChainDoorFactory = std::unique_ptr<ChainDoorProtocol> (*)(ServerState& state, const Trace::Where& where);
 
+/** The remote_bitbang door's protocol (RemoteBitbangSession.cpp): OpenOCD's
+ * requests carried out as they arrive; closes on quit or a byte that is no
+ * request. */
+std::unique_ptr<ChainDoorProtocol> remoteBitbangDoor(ServerState& state, const Trace::Where& where);
+/** The XVC door's protocol (XvcSession.cpp): Xilinx Virtual Cable commands
+ * carried out as they arrive, the TCK period a client sets traced when it
+ * changes; closes on bytes that are no command or a shift of no bits or over
+ * the limit. */
+std::unique_ptr<ChainDoorProtocol> xvcDoor(ServerState& state, const Trace::Where& where);
+
 /** Serves a door connection named `door` in the trace: refused at once when
  * another owns the chain, otherwise the chain's owner until it closes. */
 asio::awaitable<void> serveChainDoor(asio::ip::tcp::socket& socket, ServerState& state, ConnectionId id,

@@ -16,8 +16,6 @@
 #include <string>
 
 #include "server/ChainDoor.h"
-#include "server/RemoteBitbangSession.h"
-#include "server/XvcSession.h"
 
 namespace tetherhost::sim {
 

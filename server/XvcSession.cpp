@@ -1,7 +1,7 @@
-/* XvcSession: what arrives is handed to Xvc, which keeps a command cut
- * between receives until its rest comes; the answers of one receive go back
- * in one send. */
-#include "server/XvcSession.h"
+/* XvcSession: the XVC door's protocol for a chain door connection: what
+ * arrives is handed to Xvc, which keeps a command cut between receives until
+ * its rest comes; the answers of one receive go back in one send. */
+#include "server/ChainDoor.h"
 
 #include "server/Xvc.h"
 
