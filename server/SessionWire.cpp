@@ -47,7 +47,8 @@ asio::awaitable<std::string> Conversation::rawToken() {
     for (;;) {
         switch (reader.token(result)) {
         case FrameReader::Result::Ready: co_return result;
-        case FrameReader::Result::Overlong: throw ProtocolError("no NUL within 1024 bytes");
+        case FrameReader::Result::Overlong:
+            throw ProtocolError("no NUL within " + std::to_string(protocol::frameSize) + " bytes");
         case FrameReader::Result::NeedMore: co_await receiveMore(); break;
         }
     }

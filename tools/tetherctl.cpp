@@ -112,18 +112,22 @@ int runTetherctl(int argc, char** argv) {
 
     CLI::App* i2cCommand = app.add_subcommand("i2c", "write bytes to the I2C device from ADDRESS and read them back");
     i2cCommand->add_option("ADDRESS", i2c.wordAddress, "word address in the device")->required();
-    i2cCommand->add_option("DATA", i2c.data, "bytes to write, in hex (at most 1024)")->required();
+    i2cCommand->add_option("DATA", i2c.data, "bytes to write, in hex (at most " + std::to_string(maxI2cBytes) + ")")
+        ->required();
     i2cCommand->add_option("--device", i2c.device, "7-bit bus address of the device")->capture_default_str();
     i2cCommand->add_flag("--write-only", i2c.writeOnly, "write without reading back (command 46)");
     i2cCommand->callback([&] { command = [&](Output& out) { runI2c(common, i2c, out); }; });
 
     CLI::App* pumpCommand = app.add_subcommand("pump", "send a file's data to the pump buffer, in pieces");
     pumpCommand->add_option("FILE", pump.file, "the data to pump")->required();
-    CLI::Option* verify = pumpCommand->add_flag("--verify", pump.verify,
-                                                "read each piece back and compare (pieces of at most 1024 bytes)");
+    CLI::Option* verify = pumpCommand->add_flag(
+        "--verify", pump.verify,
+        "read each piece back and compare (pieces of at most " + std::to_string(maxVerifiedPiece) + " bytes)");
     pumpCommand->add_flag("--append", pump.append, "add to what the buffer holds instead of replacing it")
         ->excludes(verify);
-    pumpCommand->add_option("--piece", pump.pieceBytes, "bytes per piece (16384; 1024 with --verify)");
+    pumpCommand->add_option("--piece", pump.pieceBytes,
+                            "bytes per piece (" + std::to_string(PumpOptions{}.pieceBytes) + "; " +
+                                std::to_string(maxVerifiedPiece) + " with --verify)");
     pumpCommand->callback([&] {
         if (pump.verify && pumpCommand->count("--piece") == 0) pump.pieceBytes = maxVerifiedPiece;
         command = [&](Output& out) { runPump(common, pump, out); };
