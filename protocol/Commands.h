@@ -43,13 +43,14 @@ inline constexpr int describeChain = 7;
 inline constexpr int tapState = 8;
 inline constexpr int clockReport = 9;  // no arguments; text "tck_hz=..;cycles=..;virtual_ns=..;trst=..;"
 inline constexpr int jtagShift = 12;
-inline constexpr int irEndState = 17;    // state: where instruction scans end (sticky)
-inline constexpr int drEndState = 18;    // state: where data scans end (sticky)
-inline constexpr int moveToState = 19;   // stable state, by the shortest TMS path
-inline constexpr int stepToState = 20;   // the next state of an explicit path
-inline constexpr int trst = 21;          // 1: TRST asserted, 0: released
-inline constexpr int tckFrequency = 22;  // Hz
-inline constexpr int runTest = 89;       // count high, count low, ns high, ns low, clock (0: TCK, 1: SCK)
+inline constexpr int irEndState = 17;       // state: where instruction scans end (sticky)
+inline constexpr int drEndState = 18;       // state: where data scans end (sticky)
+inline constexpr int moveToState = 19;      // stable state, by the shortest TMS path
+inline constexpr int stepToState = 20;      // the next state of an explicit path
+inline constexpr int trst = 21;             // 1: TRST asserted, 0: released
+inline constexpr int tckFrequency = 22;     // Hz
+inline constexpr int deviceRegisters = 23;  // device index; text: its instruction and registers
+inline constexpr int runTest = 89;          // count high, count low, ns high, ns low, clock (0: TCK, 1: SCK)
 }  // namespace sub
 
 /* The flag bits of a JTAG shift (sub-command 12). */

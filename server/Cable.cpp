@@ -8,7 +8,9 @@
 namespace tetherhost::sim {
 
 Cable::Cable(const CableConfig& config)
-    : jtag(config.chain), sspi(config.sspiSize), eeprom(config.i2cAddress, config.i2cSize), pump(config.pumpCapacity) {}
+    : jtag(config.chain), sspi(config.sspiSize), eeprom(config.i2cAddress, config.i2cSize), pump(config.pumpCapacity) {
+    tap.setRealTime(config.realTime);
+}
 
 ShiftResult Cable::shift(int flags, std::int64_t bitCount, const std::string& tdi, const std::string* expected,
                          const std::string* mask) {
@@ -35,6 +37,48 @@ int Cable::describeChain(std::string& description) const {
         description += device.name + "," + std::to_string(device.irLength) + "," + idcode + ";";
     }
     return static_cast<int>(jtag.devices().size());
+}
+
+namespace {
+
+std::string registerText(const ShiftRegister& bits) {
+    std::string text;
+    char digits[24];
+    if (bits.length() > longestRegisterShown) {
+        std::uint64_t digest = 0xcbf29ce484222325ULL;
+        for (std::size_t i = 0; i < bits.length(); ++i) digest = (digest ^ (bits.bit(i) ? 1U : 0U)) * 0x100000001b3ULL;
+        std::snprintf(digits, sizeof digits, "0x%016llx", static_cast<unsigned long long>(digest));
+        return std::to_string(bits.length()) + " bits fnv1a " + digits;
+    }
+    // Most significant digit first, as hex values are read.
+    for (std::size_t digit = (bits.length() + 3) / 4; digit-- > 0;) {
+        unsigned value = 0;
+        for (std::size_t b = 0; b < 4; ++b) {
+            const std::size_t index = digit * 4 + b;
+            if (index < bits.length() && bits.bit(index)) value |= 1U << b;
+        }
+        text += "0123456789abcdef"[value];
+    }
+    return "0x" + text;
+}
+
+}  // namespace
+
+int Cable::describeDevice(int index, std::string& registers) const {
+    const std::vector<TapDevice>& devices = jtag.devices();
+    if (index < 0 || static_cast<std::size_t>(index) >= devices.size()) return reply::outOfRange;
+    const auto position = static_cast<std::size_t>(index);
+    const TapDevice& device = devices[position];
+    const std::vector<ShiftRegister>& held = jtag.registersOf(position);
+    char instruction[24];
+    std::snprintf(instruction, sizeof instruction, "0x%llx",
+                  static_cast<unsigned long long>(jtag.instruction(position)));
+    registers = device.name + ";instruction=" + instruction +
+                ";ir=" + registerText(held[JtagChain::instructionRegister]) +
+                ";fixed=" + registerText(held[JtagChain::fixedRegister]) + ";";
+    for (std::size_t i = 0; i < device.instructions.size(); ++i)
+        registers += device.instructions[i].name + "=" + registerText(held[JtagChain::firstListedRegister + i]) + ";";
+    return static_cast<int>(devices.size());
 }
 
 int Cable::sspiWrite(std::int64_t address, std::string_view data, int options) {

@@ -30,7 +30,12 @@ struct CableConfig {
     int i2cAddress = 0x50;
     std::size_t i2cSize = 256;
     std::size_t pumpCapacity = 16 * units::mebi;
+    /** JTAG operations take their virtual time in wall time too. */
+    bool realTime = false;
 };
+
+/** Longest register that describeDevice writes out in hex. */
+inline constexpr std::size_t longestRegisterShown = 128;
 
 /** Scans of more bits than this are taken off the wire but not performed. */
 inline constexpr std::int64_t maxScanBits = 32 * units::mebi;
@@ -66,6 +71,14 @@ public:
     /** Number of devices; `description` becomes "name,irLength,idcode;" per
      * device from TDI to TDO, the IDCODE as 0x and eight hex digits or "none". */
     int describeChain(std::string& description) const;
+    /** Number of devices, or outOfRange for an `index` outside the chain;
+     * `registers` becomes device `index`'s name and registers as they hold
+     * now, "name;instruction=0x..;ir=0x..;fixed=0x..;" and "NAME=0x..;" for
+     * each listed instruction, so that two ways of driving the chain can be
+     * compared register by register. A register longer than
+     * `longestRegisterShown` bits is given by its length and an FNV-1a digest
+     * of its bits ("4096 bits fnv1a 0x...") to keep the text within a token. */
+    int describeDevice(int index, std::string& registers) const;
 
     /** Programs `data` at `address`; SSPI options in `options`. */
     int sspiWrite(std::int64_t address, std::string_view data, int options);

@@ -114,6 +114,7 @@ private:
     asio::awaitable<int> sspiTransfer(int withWrite, int withReadBack);
     asio::awaitable<int> i2cTransfer(int withWrite, int withReadBack);
     asio::awaitable<int> jtagInterface();
+    asio::awaitable<int> jtagOperation();
     int plainSubCommand(int number);
     /** The TAP control sub-commands that take integers (docs/simulator.md). */
     int tapSubCommand(int number, const std::array<int, 5>& values);

@@ -165,15 +165,16 @@ public:
     const std::vector<TapDevice>& devices() const { return descriptions; }
     /** The instruction that device `index` holds. */
     std::uint64_t instruction(std::size_t index) const { return taps.at(index).instruction; }
-
-private:
     // A tap's registers: the instruction register, then BYPASS or IDCODE
     // (whichever was captured last; neither keeps a value), then one per
     // listed instruction in the description's order.
     static constexpr std::size_t instructionRegister = 0;
     static constexpr std::size_t fixedRegister = 1;
     static constexpr std::size_t firstListedRegister = 2;
+    /** Device `index`'s registers as they hold now, in that order. */
+    const std::vector<ShiftRegister>& registersOf(std::size_t index) const { return taps.at(index).registers; }
 
+private:
     struct Tap {
         std::uint64_t instruction = 0;
         std::vector<ShiftRegister> registers;

@@ -4,11 +4,27 @@
 
 #include <algorithm>
 #include <array>
+#include <asio/steady_timer.hpp>
+#include <asio/this_coro.hpp>
 #include <asio/use_awaitable.hpp>
+#include <chrono>
 
 namespace tetherhost::sim {
 
 asio::awaitable<int> Conversation::jtagInterface() {
+    const std::uint64_t startedNs = cable.tap.virtualNs();
+    const int value = co_await jtagOperation();
+    if (cable.tap.realTime()) {
+        // The cable takes as long as its clock says: the reply waits out the
+        // virtual time this operation added, without holding up the others.
+        asio::steady_timer spent(co_await asio::this_coro::executor,
+                                 std::chrono::nanoseconds(cable.tap.virtualNs() - startedNs));
+        co_await spent.async_wait(asio::use_awaitable);
+    }
+    co_return value;
+}
+
+asio::awaitable<int> Conversation::jtagOperation() {
     const std::string frame = co_await token("sub-command");
     if (frame.empty()) {
         // The zero filler of a fixed 1024-byte "44" frame: the one-call
@@ -87,6 +103,12 @@ int Conversation::tapSubCommand(int number, const std::array<int, 5>& values) {
     case protocol::sub::irEndState: return tap.setEndState(ScanKind::Instruction, values[0]);
     case protocol::sub::drEndState: return tap.setEndState(ScanKind::Data, values[0]);
     case protocol::sub::tckFrequency: return tap.setFrequency(values[0]);
+    case protocol::sub::deviceRegisters: {
+        std::string registers;
+        const int devices = cable.describeDevice(values[0], registers);
+        if (devices >= 0) textReply = registers;
+        return devices;
+    }
     case protocol::sub::moveToState:
     case protocol::sub::stepToState:
     case protocol::sub::trst:

@@ -80,10 +80,15 @@ int TapControl::setFrequency(int hz) {
     return reply::done;
 }
 
-std::string TapControl::report() {
+std::uint64_t TapControl::virtualNs() {
     account();
+    return virtualPs / psPerNs;
+}
+
+std::string TapControl::report() {
+    const std::uint64_t ns = virtualNs();
     return "tck_hz=" + std::to_string(frequencyHz) + ";cycles=" + std::to_string(chain.cycles()) +
-           ";virtual_ns=" + std::to_string(virtualPs / psPerNs) + ";trst=" + (chain.trst() ? "1" : "0") + ";";
+           ";virtual_ns=" + std::to_string(ns) + ";trst=" + (chain.trst() ? "1" : "0") + ";";
 }
 
 }  // namespace tetherhost::sim

@@ -39,6 +39,12 @@ public:
     int setFrequency(int hz);
     /** "tck_hz=N;cycles=N;virtual_ns=N;trst=0|1;" */
     std::string report();
+    /** Virtual time since start, in nanoseconds. */
+    std::uint64_t virtualNs();
+    /** Whether the cable's operations also take their virtual time in wall
+     * time (the simulator's --real-time). */
+    bool realTime() const { return inRealTime; }
+    void setRealTime(bool on) { inRealTime = on; }
 
 private:
     /** Adds the time of the cycles clocked since the last call. */
@@ -50,6 +56,7 @@ private:
     std::uint64_t frequencyHz = 1000000;
     std::uint64_t accountedCycles = 0;
     std::uint64_t virtualPs = 0;
+    bool inRealTime = false;
 };
 
 }  // namespace tetherhost::sim

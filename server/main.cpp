@@ -32,6 +32,7 @@ struct Options {
     std::string pidFile;
     int remoteBitbangPort = 0;  // 0: no remote_bitbang door
     int xvcPort = 0;            // 0: no XVC door
+    bool realTime = false;
 };
 
 /* A program that starts us may hand down any of its descriptors; holding on
@@ -94,6 +95,9 @@ int main(int argc, char** argv) try {
     app.add_option("--xvc", options.xvcPort,
                    "also serve the Xilinx Virtual Cable protocol on 127.0.0.1:PORT, on the same chain")
         ->check(CLI::Range(1, 65535));
+    app.add_flag("--real-time", options.realTime,
+                 "JTAG operations on the library's port take their virtual TCK time in wall time "
+                 "(by default the virtual clock only counts)");
     CLI11_PARSE(app, argc, argv);
     options.limits.stallTimeout = std::chrono::seconds(options.stallTimeout);
 
@@ -105,6 +109,7 @@ int main(int argc, char** argv) try {
         std::fprintf(stderr, "tetherhost: %s: %s\n", options.chain.c_str(), error.what());
         return 2;
     }
+    config.realTime = options.realTime;
     Trace trace;
     if (!options.trace.empty() && !trace.open(options.trace)) {
         std::fprintf(stderr, "tetherhost: cannot write the trace to %s\n", options.trace.c_str());

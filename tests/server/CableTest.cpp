@@ -143,6 +143,35 @@ TEST(Cable, ChainDescriptionListsDevicesFromTdiToTdo) {
     EXPECT_EQ(description, defaultChainText);
 }
 
+TEST(Cable, DeviceRegistersAreListedByNameAfterReset) {
+    Cable cable;
+    std::string registers;
+    EXPECT_EQ(cable.describeDevice(1, registers), 3);
+    // Reset selects IDCODE (0x09); nothing has been captured or shifted yet.
+    EXPECT_EQ(registers, "tap1;instruction=0x9;ir=0x00;fixed=0x0;");
+}
+
+TEST(Cable, DeviceRegistersShowWhatTheLastScansLeft) {
+    Cable cable;
+    // All ones into every instruction register: BYPASS everywhere; then
+    // one data bit through each BYPASS register, the last one shifted a 1.
+    cable.shift(sim::shiftFlag::instructionScan, 18, wire("\xFF\xFF\x03"), nullptr, nullptr);
+    cable.shift(0, 3, wire("\x01"), nullptr, nullptr);
+    std::string registers;
+    EXPECT_EQ(cable.describeDevice(2, registers), 3);
+    EXPECT_EQ(registers, "tap2;instruction=0xff;ir=0xff;fixed=0x1;");
+    EXPECT_EQ(cable.describeDevice(0, registers), 3);
+    EXPECT_EQ(registers, "tap0;instruction=0xf;ir=0xf;fixed=0x0;");
+}
+
+TEST(Cable, DeviceRegistersOfAnIndexOutsideTheChainAreOutOfRange) {
+    Cable cable;
+    std::string registers = "untouched";
+    EXPECT_EQ(cable.describeDevice(3, registers), reply::outOfRange);
+    EXPECT_EQ(cable.describeDevice(-1, registers), reply::outOfRange);
+    EXPECT_EQ(registers, "untouched");
+}
+
 TEST(Cable, ShiftFlagSelectsInstructionOrDataScan) {
     Cable cable;
     const sim::ShiftResult data = cable.shift(0, 32, std::string(4, '\0'), nullptr, nullptr);

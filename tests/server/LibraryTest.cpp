@@ -4,6 +4,7 @@
  * JTAG shift. */
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cstring>
 #include <memory>
 #include <string>
@@ -276,6 +277,27 @@ TEST_F(Library, SubCommandsOfEveryPatternKeepTheConversationInStep) {
     char* reply = nullptr;
     EXPECT_EQ(client->Read(reply), 0);
     EXPECT_EQ(std::string(reply), defaultChainText);
+}
+
+TEST_F(Library, DeviceRegistersAreTheTextReplyOfSubCommand23) {
+    const auto client = connect("registers");
+    EXPECT_EQ(client->Send(44, 3), 0);
+    EXPECT_EQ(client->Send(44, 23, 0), 3);
+    EXPECT_EQ(std::string(client->Read()), "tap0;instruction=0xe;ir=0x0;fixed=0x0;");
+    EXPECT_EQ(client->Send(44, 23, 3), -2);
+}
+
+TEST(RealTimeLibrary, RunTestWaitsOutItsMinimumTimeBeforeTheReply) {
+    const auto simulator = Simulator::start(serverPort, {"--real-time"});
+    ASSERT_NE(simulator, nullptr);
+    char name[] = "real-time";
+    Client client(name);
+    ASSERT_EQ(client.Connect(nullptr, nullptr, nullptr), 0);
+    EXPECT_EQ(client.Send(44, 4), 0);
+    const auto started = std::chrono::steady_clock::now();
+    // No cycles, at least 300 ms: count 0, time 0:300000000 ns, TCK.
+    EXPECT_EQ(client.Send(44, 89, 0, 0, 0, 300000000, 0), 0);
+    EXPECT_GE(std::chrono::steady_clock::now() - started, std::chrono::milliseconds(300));
 }
 
 TEST_F(Library, StatusReportIsTheTextReplyOfCommandOne) {
