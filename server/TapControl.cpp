@@ -45,6 +45,15 @@ int TapControl::setEndState(ScanKind kind, int state) {
 int TapControl::moveTo(int state) {
     const std::optional<TapState> target = stableStateNumbered(state);
     if (!target) return reply::outOfRange;
+    // From a Pause state to itself SVF goes round rather than standing
+    // still: Exit2, Update, Select, Capture, Exit1 and back to Pause, so the
+    // register is updated and captured anew.
+    if (*target == chain.state() && (*target == TapState::PauseDr || *target == TapState::PauseIr)) {
+        const bool data = *target == TapState::PauseDr;
+        chain.stepTo(data ? TapState::Exit2Dr : TapState::Exit2Ir);
+        chain.stepTo(data ? TapState::UpdateDr : TapState::UpdateIr);
+        chain.moveTo(data ? TapState::CaptureDr : TapState::CaptureIr);
+    }
     chain.moveTo(*target);
     account();
     return reply::done;

@@ -25,7 +25,8 @@ public:
     /** Sets it; `state` by its number (IEEE order, as sub-command 8 reports
      * it) must be a stable state, or the reply is outOfRange. */
     int setEndState(ScanKind kind, int state);
-    /** To the stable state `state` by the shortest TMS path. */
+    /** To the stable state `state` by the shortest TMS path; from a Pause
+     * state to itself, round through Update and Capture, as SVF's STATE. */
     int moveTo(int state);
     /** One TCK cycle to `state`, which must follow the current state. */
     int stepTo(int state);

@@ -86,6 +86,26 @@ TEST_F(TapControlOnTheBuiltInChain, MovesGoToStableStatesOnly) {
     EXPECT_EQ(chain.state(), TapState::PauseIr);
 }
 
+TEST_F(TapControlOnTheBuiltInChain, AMoveFromPauseDrToItselfGoesRoundThroughUpdateAndCapture) {
+    // A data scan left in Pause-DR with the first 8 IDCODE bits shifted out.
+    ASSERT_EQ(tap.setEndState(ScanKind::Data, static_cast<int>(TapState::PauseDr)), 0);
+    chain.scan(ScanKind::Data, std::string(1, '\0'), 8, tap.endState(ScanKind::Data));
+    const std::uint64_t before = chain.cycles();
+    EXPECT_EQ(tap.moveTo(static_cast<int>(TapState::PauseDr)), 0);
+    EXPECT_EQ(chain.state(), TapState::PauseDr);
+    // Exit2, Update, Select, Capture, Exit1, Pause: six cycles.
+    EXPECT_EQ(chain.cycles() - before, 6U);
+    // Captured anew: the next piece starts with tap2's IDCODE again.
+    EXPECT_EQ(chain.scan(ScanKind::Data, std::string(4, '\0'), 32), littleEndian(idcode2));
+}
+
+TEST_F(TapControlOnTheBuiltInChain, AMoveToRunTestIdleFromItselfStandsStill) {
+    ASSERT_EQ(tap.moveTo(static_cast<int>(TapState::RunTestIdle)), 0);
+    const std::uint64_t before = chain.cycles();
+    EXPECT_EQ(tap.moveTo(static_cast<int>(TapState::RunTestIdle)), 0);
+    EXPECT_EQ(chain.cycles(), before);
+}
+
 TEST_F(TapControlOnTheBuiltInChain, RunTestCountsCyclesAndVirtualTimeWithoutSleeping) {
     ASSERT_EQ(tap.moveTo(static_cast<int>(TapState::RunTestIdle)), 0);  // 1 cycle at 1 MHz
     EXPECT_EQ(tap.report(), "tck_hz=1000000;cycles=1;virtual_ns=1000;trst=0;");
