@@ -60,6 +60,13 @@ struct PumpOptions {
     int pieceBytes = 16 * tetherhost::protocol::frameBytes;
 };
 
+struct SvfOptions {
+    std::string file;  // "-": standard input
+    bool keepGoing = false;
+    bool dryRun = false;
+    bool quiet = false;
+};
+
 struct SendOptions {
     int command = 0;
     std::vector<std::string> arguments;
@@ -73,6 +80,7 @@ void runSspi(const CommonOptions& common, const SspiOptions& options, Output& ou
 void runI2c(const CommonOptions& common, const I2cOptions& options, Output& out);
 void runPump(const CommonOptions& common, const PumpOptions& options, Output& out);
 void runSend(const CommonOptions& common, const SendOptions& options, Output& out);
+void runSvf(const CommonOptions& common, const SvfOptions& options, Output& out);
 void runCodes(Output& out);
 
 /** The scan or bus data of the last transfer with read-back: `byteCount`

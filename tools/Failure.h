@@ -40,6 +40,12 @@ struct Mismatch : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
+/** An SVF file's TDO differed from what it expected: exit code 1, as
+ * other SVF players end. */
+struct TdoMismatch : std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+
 /** The user pressed Ctrl-C (or the run was terminated): exit code 130,
  * after the locks have been released. */
 struct Interrupted : std::runtime_error {

@@ -57,7 +57,7 @@ std::string ProgressBar::render(std::uint64_t done, std::uint64_t total, double 
            humanBytes(static_cast<double>(total)) + "  " + humanBytes(rate) + "/s  " + left + " left";
 }
 
-void ProgressBar::update(std::uint64_t done) {
+void ProgressBar::update(std::uint64_t done, const std::string& detail) {
     if (!enabled) return;
     const auto now = std::chrono::steady_clock::now();
     if (drawn && done < total && now - lastDraw < redrawInterval) return;
@@ -65,7 +65,8 @@ void ProgressBar::update(std::uint64_t done) {
     drawn = true;
     const double seconds = std::chrono::duration<double>(now - start).count();
     // The trailing blanks wipe what a longer earlier frame left behind.
-    std::fprintf(stream, "\r%s   ", render(done, total, seconds).c_str());
+    const std::string frame = render(done, total, seconds) + (detail.empty() ? "" : "  " + detail);
+    std::fprintf(stream, "\r%s   ", frame.c_str());
     std::fflush(stream);
 }
 

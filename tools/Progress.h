@@ -1,4 +1,4 @@
-/* The progress bar that `tetherctl pump` draws on standard error while a
+/* The progress bar that `tetherctl pump` and `svf` draw on standard error while a
  * file's data goes to the server: bytes done, rate and time left. It draws
  * only when the stream is a terminal, so logs and pipes stay clean. */
 #ifndef TETHERCTL_PROGRESS_H
@@ -18,8 +18,8 @@ public:
     ProgressBar(std::FILE* stream, std::uint64_t total, bool enabled);
 
     /** Redraws for `done` bytes, at most ten times a second; the first and the
-     * last (done == total) call always draw. */
-    void update(std::uint64_t done);
+     * last (done == total) call always draw. `detail` follows the bar. */
+    void update(std::uint64_t done, const std::string& detail = {});
     /** Ends the bar's line, when anything was drawn. */
     void finish();
 

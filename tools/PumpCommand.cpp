@@ -1,12 +1,10 @@
 /* `tetherctl pump FILE`: the file's data go to the cable's pump buffer in
  * pieces of command 42, with a progress bar on a terminal and, on request,
  * each piece read back and compared with what was sent. Ctrl-C stops the
- * run between two pieces; the locks are then given back before tetherctl
- * ends, so the server is free for the next client at once. */
+ * run between two pieces (StopSignals). */
 #include <unistd.h>
 
 #include <chrono>
-#include <csignal>
 #include <cstdio>
 #include <fstream>
 #include <string>
@@ -15,6 +13,7 @@
 #include "tools/Commands.h"
 #include "tools/Failure.h"
 #include "tools/Progress.h"
+#include "tools/StopSignals.h"
 
 namespace tetherctl {
 
@@ -25,22 +24,6 @@ constexpr int appendMode = 0;
 constexpr int replaceMode = 2;
 
 constexpr int maxPiece = static_cast<int>(tetherhost::units::mebi);
-
-volatile std::sig_atomic_t stopRequested = 0;
-
-extern "C" void requestStop(int) { stopRequested = 1; }
-
-/* Ctrl-C and SIGTERM only set a flag. SA_RESTART keeps the socket call that
- * the signal interrupts going, so the piece under way completes and the
- * conversation with the server stays in step. */
-void catchStopSignals() {
-    struct sigaction action {};
-    action.sa_handler = requestStop;
-    sigemptyset(&action.sa_mask);
-    action.sa_flags = SA_RESTART;
-    sigaction(SIGINT, &action, nullptr);
-    sigaction(SIGTERM, &action, nullptr);
-}
 
 std::size_t firstDifference(const Bytes& sent, const Bytes& back) {
     std::size_t i = 0;
@@ -60,7 +43,6 @@ void runPump(const CommonOptions& common, const PumpOptions& options, Output& ou
     const auto total = static_cast<std::uint64_t>(file.tellg());
     file.seekg(0);
 
-    stopRequested = 0;
     catchStopSignals();
     ServerSession session(common);
     session.begin();
@@ -77,7 +59,7 @@ void runPump(const CommonOptions& common, const PumpOptions& options, Output& ou
     int held = 0;
     Bytes piece(static_cast<std::size_t>(options.pieceBytes));
     bar.update(0);
-    while (done < total && stopRequested == 0) {
+    while (done < total && !stopRequested) {
         const auto length = static_cast<std::size_t>(std::min<std::uint64_t>(piece.size(), total - done));
         piece.resize(length);
         if (!file.read(reinterpret_cast<char*>(piece.data()), static_cast<std::streamsize>(length)))
@@ -109,7 +91,7 @@ void runPump(const CommonOptions& common, const PumpOptions& options, Output& ou
     data["held"] = held;
     data["seconds"] = seconds;
     data["verified"] = options.verify ? Json(true) : Json();
-    if (stopRequested != 0) {
+    if (stopRequested) {
         session.end();
         data["interrupted"] = true;
         throw Interrupted("pump: interrupted after " + std::to_string(done) + " of " + std::to_string(total) +

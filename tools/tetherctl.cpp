@@ -63,6 +63,8 @@ int run(const std::function<void(Output&)>& command, bool json) {
         return fail(out, exitUsage, error.what());
     } catch (const Mismatch& mismatch) {
         return fail(out, exitMismatch, mismatch.what());
+    } catch (const TdoMismatch& mismatch) {
+        return fail(out, exitFailure, mismatch.what());
     } catch (const Interrupted& interrupted) {
         return fail(out, exitInterrupted, interrupted.what());
     } catch (const std::exception& error) {
@@ -79,6 +81,7 @@ int runTetherctl(int argc, char** argv) {
     I2cOptions i2c;
     PumpOptions pump;
     SendOptions send;
+    SvfOptions svf;
     std::function<void(Output&)> command;
 
     CLI::App app{"tetherctl: drive the tetherhost cable server through libtetherhost_client"};
@@ -133,6 +136,14 @@ int runTetherctl(int argc, char** argv) {
         command = [&](Output& out) { runPump(common, pump, out); };
     });
 
+    CLI::App* svfCommand =
+        app.add_subcommand("svf", "play an SVF file: exit 0 when every TDO matched, 1 on a mismatch, 2 for a bad file");
+    svfCommand->add_option("FILE", svf.file, "the SVF file ('-': standard input)")->required();
+    svfCommand->add_flag("--keep-going", svf.keepGoing, "play on after a TDO mismatch and report them all");
+    svfCommand->add_flag("--dry-run", svf.dryRun, "read and check the file only, and print its statistics");
+    svfCommand->add_flag("--quiet", svf.quiet, "no progress bar");
+    svfCommand->callback([&] { command = [&](Output& out) { runSvf(common, svf, out); }; });
+
     CLI::App* sendCommand = app.add_subcommand("send", "send one command with typed arguments (for experts)");
     sendCommand->footer(sendHelp);
     sendCommand->add_option("CMD", send.command, "command number")->required();
@@ -162,6 +173,9 @@ int runTetherctl(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    // Standard input gets a buffer of its own, so that `svf -` reads it in
+    // pieces rather than a byte at a time.
+    std::ios::sync_with_stdio(false);
     try {
         return runTetherctl(argc, argv);
     } catch (const std::exception& error) {
