@@ -15,6 +15,7 @@
 #include <string>
 #include <vector>
 
+#include "OpenOcdTaps.h"
 #include "SimulatorHarness.h"
 #include "server/ChainFile.h"
 
@@ -33,12 +34,6 @@ std::vector<std::string> shippedChains() {
         if (entry.path().extension() == ".json") names.push_back(entry.path().stem().string());
     std::sort(names.begin(), names.end());
     return names;
-}
-
-std::string hex(std::uint64_t value) {
-    char text[24];
-    std::snprintf(text, sizeof text, "0x%" PRIx64, value);
-    return text;
 }
 
 class OpenOcdOnAShippedChain : public ::testing::TestWithParam<std::string> {
@@ -65,26 +60,14 @@ protected:
 };
 
 TEST_P(OpenOcdOnAShippedChain, WithEveryTapDeclaredItFindsEveryIdcode) {
-    // OpenOCD declares the TAP next to TDO first; the file lists from TDI.
-    std::vector<std::string> declarations;
-    for (auto device = devices.rbegin(); device != devices.rend(); ++device) {
-        const std::string name = "t" + std::to_string(declarations.size());
-        std::string declaration = "jtag newtap " + name + " tap -irlen " + std::to_string(device->irLength);
-        if ((device->irCapture & 0b11) != 0b01) {
-            const std::uint64_t mask =
-                device->irLength >= 32 ? 0xFFFFFFFFU : (std::uint64_t{1} << device->irLength) - 1;
-            declaration += " -ircapture " + hex(device->irCapture & mask) + " -irmask " + hex(mask);
-        }
-        if (device->idcode) declaration += " -expected-id " + hex(*device->idcode);
-        declarations.push_back(declaration);
-    }
+    const std::vector<std::string> declarations = openOcdTapDeclarations(devices);
     std::string log;
     ASSERT_EQ(openocd(declarations, log), 0) << log;
-    for (std::size_t i = 0; i < devices.size(); ++i) {
-        const sim::TapDevice& device = devices[devices.size() - 1 - i];
+    for (std::size_t k = 0; k < devices.size(); ++k) {
+        const sim::TapDevice& device = devices[k];
         if (!device.idcode) continue;
         char found[64];
-        std::snprintf(found, sizeof found, "t%zu.tap tap/device found: 0x%08" PRIx32, i, *device.idcode);
+        std::snprintf(found, sizeof found, "d%zu.tap tap/device found: 0x%08" PRIx32, k, *device.idcode);
         EXPECT_NE(log.find(found), std::string::npos) << device.name << "\n" << log;
     }
     EXPECT_EQ(log.find("Error"), std::string::npos) << log;
@@ -94,7 +77,7 @@ TEST_P(OpenOcdOnAShippedChain, WithEveryTapDeclaredItFindsEveryIdcode) {
 TEST_P(OpenOcdOnAShippedChain, UndeclaredItsGuessOfEachIrLengthAgreesWithTheFile) {
     for (const sim::TapDevice& device : devices)
         if (device.irCapture != 0b01 || device.irLength > longestProbedIr)
-            GTEST_SKIP() << device.name << " captures " << hex(device.irCapture) << " in " << device.irLength
+            GTEST_SKIP() << device.name << " captures " << openOcdHex(device.irCapture) << " in " << device.irLength
                          << " bits: OpenOCD's probe cannot tell its length";
     std::string log;
     ASSERT_EQ(openocd({}, log), 0) << log;
