@@ -3,6 +3,10 @@
  * receive, and the close traced with the TCK cycles it clocked. */
 #include "server/ChainDoor.h"
 
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <sys/socket.h>
+
 #include <asio/use_awaitable.hpp>
 #include <asio/write.hpp>
 
@@ -21,6 +25,16 @@ public:
 private:
     ServerState& state;
 };
+
+/* Door clients such as openFPGALoader write a command in two pieces
+ * without TCP_NODELAY, so their second piece waits for the acknowledgement
+ * of the first, which the kernel delays by some 40 ms when no answer goes
+ * back. Quick acknowledgement ends that wait; the kernel clears it again
+ * now and then, so it is set anew after every receive. */
+void acknowledgeAtOnce(asio::ip::tcp::socket& socket) {
+    const int on = 1;
+    setsockopt(socket.native_handle(), IPPROTO_TCP, TCP_QUICKACK, &on, sizeof on);
+}
 
 }  // namespace
 
@@ -44,6 +58,7 @@ asio::awaitable<void> serveChainDoor(asio::ip::tcp::socket& socket, ServerState&
             for (;;) {
                 const std::size_t received =
                     co_await socket.async_read_some(asio::buffer(state.received), asio::use_awaitable);
+                acknowledgeAtOnce(socket);
                 answers.clear();
                 const std::optional<std::string> closing =
                     protocol->feed(std::string_view(state.received.data(), received), answers);
