@@ -1,6 +1,8 @@
 /* bench_report: reads the JSON results of the benchmark runs (see
  * bench/report) and prints one table of library-against-floor ratios, with
- * the allocation, throughput, memory and concurrency figures below it. */
+ * the allocation, throughput, memory and concurrency figures below it, then
+ * the doors' table (bench_doors) when its results are among them. With
+ * --doors first, only the doors' table (scripts/bench-doors.sh). */
 #include <algorithm>
 #include <cstdio>
 #include <exception>
@@ -66,10 +68,57 @@ std::map<std::string, Result> load(int count, char** paths) {
     return results;
 }
 
+double counterOf(const std::map<std::string, Result>& results, const std::string& name, const char* key) {
+    const auto found = results.find(name);
+    if (found == results.end()) return 0.0;
+    const auto value = found->second.counters.find(key);
+    return value == found->second.counters.end() ? 0.0 : value->second;
+}
+
+/* OpenOCD's scans through the simulator's remote_bitbang door against the
+ * same scans through the minimal remote_bitbang server (paired runs; the
+ * ratio is the median of the pairs'), the library's scans, and
+ * openFPGALoader's --detect through the XVC door. */
+void printDoors(const std::map<std::string, Result>& results) {
+    const char* const bits[] = {"32", "4096"};
+    const char* const openOcd[] = {"BM_OpenOcdDrscan/32/4000", "BM_OpenOcdDrscan/4096/80"};
+    std::printf("\n| %-44s | %15s | %15s | %6s | %-8s |\n", "OpenOCD drscan (median)", "via the door", "minimal server",
+                "ratio", "target");
+    std::printf("|%s|%s|%s|%s|%s|\n", std::string(46, '-').c_str(), std::string(17, '-').c_str(),
+                std::string(17, '-').c_str(), std::string(8, '-').c_str(), std::string(10, '-').c_str());
+    for (int i = 0; i < 2; ++i)
+        std::printf("| %-44s | %12.1f us | %12.1f us | %6.3f | %-8s |\n",
+                    (std::string(bits[i]) + " bits, time per scan").c_str(),
+                    counterOf(results, openOcd[i], "door_us_per_scan"),
+                    counterOf(results, openOcd[i], "minimal_us_per_scan"),
+                    counterOf(results, openOcd[i], "door_vs_minimal"), "<= 1.10");
+    for (int i = 0; i < 2; ++i) {
+        const std::string library = std::string("BM_LibraryDrscan/") + bits[i];
+        std::printf("%s-bit scans per second: OpenOCD via the door %.0f, via the minimal server %.0f; library %.0f\n",
+                    bits[i], counterOf(results, openOcd[i], "door_scans_per_s"),
+                    counterOf(results, openOcd[i], "minimal_scans_per_s"), counterOf(results, library, "scans_per_s"));
+        std::printf(
+            "%s-bit CPU per scan: door %.1f us, minimal server %.1f us, OpenOCD %.1f us (whole runs); "
+            "simulator under the library %.1f us\n",
+            bits[i], counterOf(results, openOcd[i], "door_cpu_us_per_scan"),
+            counterOf(results, openOcd[i], "minimal_cpu_us_per_scan"),
+            counterOf(results, openOcd[i], "openocd_cpu_us_per_scan"),
+            counterOf(results, library, "server_cpu_us_per_scan"));
+    }
+    std::printf("openFPGALoader --detect through the XVC door: %.0f ms per run (median)\n",
+                counterOf(results, "BM_OpenFpgaLoaderDetect", "median_ms"));
+}
+
 }  // namespace
 
 int main(int argc, char** argv) try {
-    const auto results = load(argc - 1, argv + 1);
+    const bool doorsOnly = argc > 1 && std::string(argv[1]) == "--doors";
+    const int first = doorsOnly ? 2 : 1;
+    const auto results = load(argc - first, argv + first);
+    if (doorsOnly) {
+        printDoors(results);
+        return 0;
+    }
     auto time = [&](const char* name) {
         const auto found = results.find(name);
         return found == results.end() ? 0.0 : found->second.nanoseconds;
@@ -118,6 +167,7 @@ int main(int argc, char** argv) try {
         std::printf("simulator, %2s concurrent clients: %8.0f commands/s, %.1f us server CPU per command\n", clients,
                     counter(name.c_str(), "commands_per_s"), counter(name.c_str(), "server_cpu_us_per_cmd"));
     }
+    if (results.count("BM_OpenOcdDrscan/32/4000") != 0) printDoors(results);
     return 0;
 } catch (const std::exception& error) {
     std::fprintf(stderr, "bench_report: %s\n", error.what());
