@@ -160,6 +160,9 @@ void runSvf(const CommonOptions& common, const SvfOptions& options, Output& out)
         bar.update(progress.bytesRead, detail);
     };
     const svf::Report report = svf::play(client, in, name, play);
+    // What follows the last statement (comments, line ends) was read too:
+    // a file played to its end shows whole.
+    if (report.outcome == svf::Outcome::Passed) play.progress({size, report.scans, report.bitsShifted});
     bar.finish();
     const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
 

@@ -1,9 +1,9 @@
 /* `tetherctl svf` against the simulator's built-in chain: which command-44
  * exchanges each statement makes (read from the simulator's trace), the exit
  * statuses (0 passed, 1 TDO mismatch, 2 bad file, 130 Ctrl-C), the mismatch
- * report, --keep-going and --json, --dry-run, standard input, a file with a
- * syntax error or PIO sending nothing, and Ctrl-C between two statements of
- * a file read from a pipe. */
+ * report, --keep-going and --json, --dry-run, the progress bar on a
+ * terminal, standard input, a file with a syntax error or PIO sending
+ * nothing, and Ctrl-C between two statements of a file read from a pipe. */
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
@@ -147,6 +147,21 @@ TEST_F(TetherctlSvf, DryRunPrintsTheStatisticsAndConnectsToNothing) {
     EXPECT_EQ(run.exitCode, 0) << run.err;
     EXPECT_EQ(run.out, file + ": 5 statements, 3 scans, 117 bits, 3 TDO checks; nothing sent\n");
     EXPECT_EQ(simulator->trace().find("svfer"), std::string::npos);
+}
+
+TEST_F(TetherctlSvf, AProgressBarIsDrawnOnATerminalUnlessQuiet) {
+    const std::string file = svfFile("pass.svf", passing);
+    const std::string size = std::to_string(passing.size());
+    const Finished onTerminal = runInTerminal(command({"svf", file}));
+    EXPECT_EQ(onTerminal.exitCode, 0) << onTerminal.out;
+    EXPECT_NE(onTerminal.out.find("\r[##############################] 100%  " + size + " B / " + size + " B"),
+              std::string::npos)
+        << onTerminal.out;
+    EXPECT_NE(onTerminal.out.find("  3 scans  "), std::string::npos) << onTerminal.out;
+    EXPECT_NE(onTerminal.out.find(" bit/s"), std::string::npos) << onTerminal.out;
+    const Finished quiet = runInTerminal(command({"svf", "--quiet", file}));
+    EXPECT_EQ(quiet.exitCode, 0) << quiet.out;
+    EXPECT_EQ(quiet.out.find('['), std::string::npos) << quiet.out;
 }
 
 TEST_F(TetherctlSvf, StandardInputIsPlayedAsItComes) {
