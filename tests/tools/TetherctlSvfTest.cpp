@@ -37,6 +37,18 @@ const std::string passing =
     "SDR 3 TDI (5) TDO (0);\n"
     "RUNTEST 10 TCK;\n";
 
+/** Bits (bit 0 first) as SVF hex: most significant digit first. */
+std::string svfHex(const std::vector<bool>& bits) {
+    std::string hex;
+    for (std::size_t digit = (bits.size() + 3) / 4; digit-- > 0;) {
+        unsigned value = 0;
+        for (std::size_t b = 0; b < 4 && digit * 4 + b < bits.size(); ++b)
+            if (bits[digit * 4 + b]) value |= 1U << b;
+        hex += "0123456789ABCDEF"[value];
+    }
+    return hex;
+}
+
 class TetherctlSvf : public ::testing::Test {
 protected:
     void SetUp() override {
@@ -122,6 +134,36 @@ TEST_F(TetherctlSvf, KeepGoingReportsEveryMismatchInTheJsonObject) {
     // 32 + 18 + 3 cycles in Shift and the moves between, at 1 MHz.
     EXPECT_GT(result["virtual_ns"].get<long>(), 53000);
     EXPECT_EQ(result["error"]["message"], "svf: 2 TDO mismatches in " + file);
+}
+
+TEST_F(TetherctlSvf, ALongScansMismatchShowsTheReturnedTdoAndMarksTheTailThatWasNot) {
+    // 16384 bits through the three BYPASS registers: TDO is TDI three bits
+    // late. The read-back's two chunks carry 2 x 1023 of the 2048 bytes.
+    constexpr std::size_t bits = 16384;
+    std::vector<bool> tdi(bits);
+    std::uint32_t state = 0x2468ACE1u;
+    for (std::size_t i = 0; i < bits; ++i) {
+        state = state * 1664525u + 1013904223u;
+        tdi[i] = (state >> 31) != 0;
+    }
+    std::vector<bool> tdo(bits, false);
+    for (std::size_t i = 3; i < bits; ++i) tdo[i] = tdi[i - 3];
+    std::vector<bool> expected = tdo;
+    expected[0] = true;  // the one bit that differs
+    const std::string file = svfFile("long.svf", "STATE RESET;\nSIR 18 TDI (3FFFF);\nSDR " + std::to_string(bits) +
+                                                     " TDI (" + svfHex(tdi) + ")\n  TDO (" + svfHex(expected) + ");\n");
+    const Finished run = tetherctl({"--json", "svf", file});
+    EXPECT_EQ(run.exitCode, 1) << run.err;
+    const json result = json::parse(run.out);
+    ASSERT_EQ(result["mismatches"].size(), 1u);
+    const json& mismatch = result["mismatches"][0];
+    EXPECT_EQ(mismatch["first_line"], 3);
+    EXPECT_EQ(mismatch["line"], 4);
+    EXPECT_EQ(mismatch["differing_bits"], 1);
+    // The last 2 bytes, four hex digits, stayed with the server.
+    const std::string actual = svfHex(tdo);
+    EXPECT_EQ(mismatch["actual"], "xxxx" + actual.substr(4));
+    EXPECT_EQ(subCommandsSent(), (SubCommands{"9", "19", "12", "12", "9"}));
 }
 
 TEST_F(TetherctlSvf, ASyntaxErrorExitsTwoNamingLineAndColumnAndSendsNothing) {
