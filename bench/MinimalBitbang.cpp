@@ -13,43 +13,20 @@
 #include <stdexcept>
 #include <string>
 
+#include "protocol/TapStates.h"
+
 namespace tetherhost::bench {
 
 namespace {
 
-enum State : unsigned char {
-    Reset,
-    Idle,
-    SelectDr,
-    CaptureDr,
-    ShiftDr,
-    Exit1Dr,
-    PauseDr,
-    Exit2Dr,
-    UpdateDr,
-    SelectIr,
-    CaptureIr,
-    ShiftIr,
-    Exit1Ir,
-    PauseIr,
-    Exit2Ir,
-    UpdateIr,
-};
-
-/* IEEE 1149.1's controller: the next state for TMS low, then high. */
-constexpr State nextState[16][2] = {
-    {Idle, Reset},       {Idle, SelectDr},    {CaptureDr, SelectIr}, {ShiftDr, Exit1Dr},
-    {ShiftDr, Exit1Dr},  {PauseDr, UpdateDr}, {PauseDr, Exit2Dr},    {ShiftDr, UpdateDr},
-    {Idle, SelectDr},    {CaptureIr, Reset},  {ShiftIr, Exit1Ir},    {ShiftIr, Exit1Ir},
-    {PauseIr, UpdateIr}, {PauseIr, Exit2Ir},  {ShiftIr, UpdateIr},   {Idle, SelectDr},
-};
+using protocol::TapState;
 
 /* The one TAP. The instruction is never decoded: every data scan goes
  * through the 32-bit register, which is all the benchmark's scans need. */
 struct Tap {
     int irLength;
     std::uint32_t idcode;
-    State state = Reset;
+    TapState state = TapState::TestLogicReset;
     std::uint64_t ir = 0;
     std::uint32_t dr = 0;
 
@@ -57,18 +34,18 @@ struct Tap {
      * TDI, then the move that TMS selects. */
     void clock(bool tms, bool tdi) {
         switch (state) {
-        case CaptureDr: dr = idcode; break;
-        case ShiftDr: dr = (dr >> 1) | (static_cast<std::uint32_t>(tdi) << 31); break;
-        case CaptureIr: ir = 0b01; break;
-        case ShiftIr: ir = (ir >> 1) | (static_cast<std::uint64_t>(tdi) << (irLength - 1)); break;
+        case TapState::CaptureDr: dr = idcode; break;
+        case TapState::ShiftDr: dr = (dr >> 1) | (static_cast<std::uint32_t>(tdi) << 31); break;
+        case TapState::CaptureIr: ir = 0b01; break;
+        case TapState::ShiftIr: ir = (ir >> 1) | (static_cast<std::uint64_t>(tdi) << (irLength - 1)); break;
         default: break;
         }
-        state = nextState[state][tms ? 1 : 0];
+        state = protocol::nextTapState(state, tms);
     }
     /* TDO between edges: bit 0 of the shifting register, pulled up otherwise. */
     bool tdo() const {
-        if (state == ShiftDr) return (dr & 1U) != 0;
-        if (state == ShiftIr) return (ir & 1U) != 0;
+        if (state == TapState::ShiftDr) return (dr & 1U) != 0;
+        if (state == TapState::ShiftIr) return (ir & 1U) != 0;
         return true;
     }
 };
@@ -158,7 +135,7 @@ void MinimalBitbangServer::converse(int socket) const {
             } else if (request >= 'r' && request <= 'u') {
                 // 2: TRST, 1: SRST (not wired). TRST holds the controller in reset.
                 trst = ((request - 'r') & 2) != 0;
-                if (trst) tap.state = Reset;
+                if (trst) tap.state = TapState::TestLogicReset;
             } else if (request != 'B' && request != 'b') {
                 // 'Q', or a byte that is no request: the connection ends.
                 closing = true;

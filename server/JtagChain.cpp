@@ -81,42 +81,6 @@ constexpr std::uint32_t makeIdcode(std::uint32_t version, std::uint32_t part) {
 
 }  // namespace
 
-TapState nextTapState(TapState state, bool tms) {
-    using S = TapState;
-    switch (state) {
-    case S::TestLogicReset: return tms ? S::TestLogicReset : S::RunTestIdle;
-    case S::RunTestIdle: return tms ? S::SelectDrScan : S::RunTestIdle;
-    case S::SelectDrScan: return tms ? S::SelectIrScan : S::CaptureDr;
-    case S::CaptureDr:
-    case S::ShiftDr: return tms ? S::Exit1Dr : S::ShiftDr;
-    case S::Exit1Dr: return tms ? S::UpdateDr : S::PauseDr;
-    case S::PauseDr: return tms ? S::Exit2Dr : S::PauseDr;
-    case S::Exit2Dr: return tms ? S::UpdateDr : S::ShiftDr;
-    case S::UpdateDr: return tms ? S::SelectDrScan : S::RunTestIdle;
-    case S::SelectIrScan: return tms ? S::TestLogicReset : S::CaptureIr;
-    case S::CaptureIr:
-    case S::ShiftIr: return tms ? S::Exit1Ir : S::ShiftIr;
-    case S::Exit1Ir: return tms ? S::UpdateIr : S::PauseIr;
-    case S::PauseIr: return tms ? S::Exit2Ir : S::PauseIr;
-    case S::Exit2Ir: return tms ? S::UpdateIr : S::ShiftIr;
-    case S::UpdateIr: return tms ? S::SelectDrScan : S::RunTestIdle;
-    }
-    return S::TestLogicReset;
-}
-
-bool isStableState(TapState state) {
-    return state == TapState::TestLogicReset || state == TapState::RunTestIdle || state == TapState::PauseDr ||
-           state == TapState::PauseIr;
-}
-
-const char* tapStateName(TapState state) {
-    static constexpr std::array<const char*, tapStateCount> names = {
-        "Test-Logic-Reset", "Run-Test/Idle", "Select-DR-Scan", "Capture-DR",     "Shift-DR",   "Exit1-DR",
-        "Pause-DR",         "Exit2-DR",      "Update-DR",      "Select-IR-Scan", "Capture-IR", "Shift-IR",
-        "Exit1-IR",         "Pause-IR",      "Exit2-IR",       "Update-IR"};
-    return names[static_cast<std::size_t>(state)];
-}
-
 std::vector<TapDevice> defaultChain() {
     constexpr std::uint64_t irCapture = 0b01;
     return {

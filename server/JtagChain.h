@@ -20,36 +20,17 @@
 #include <string>
 #include <vector>
 
+#include "protocol/TapStates.h"
+
 namespace tetherhost::sim {
 
-enum class TapState : unsigned char {
-    TestLogicReset,
-    RunTestIdle,
-    SelectDrScan,
-    CaptureDr,
-    ShiftDr,
-    Exit1Dr,
-    PauseDr,
-    Exit2Dr,
-    UpdateDr,
-    SelectIrScan,
-    CaptureIr,
-    ShiftIr,
-    Exit1Ir,
-    PauseIr,
-    Exit2Ir,
-    UpdateIr,
-};
-
-inline constexpr int tapStateCount = 16;
-
-/** The controller's state after one TCK with this TMS. */
-TapState nextTapState(TapState state, bool tms);
-/** The IEEE 1149.1 name of a state, e.g. "Run-Test/Idle". */
-const char* tapStateName(TapState state);
-/** The four states a controller stays in while TMS holds: Test-Logic-Reset,
- * Run-Test/Idle, Pause-DR and Pause-IR. */
-bool isStableState(TapState state);
+// The controller's states and moves are the protocol's (sub-commands 8 and
+// 17 to 20 carry state numbers).
+using protocol::isStableState;
+using protocol::nextTapState;
+using protocol::TapState;
+using protocol::tapStateCount;
+using protocol::tapStateName;
 
 /** A register's bits, least significant first, 64 to a word. */
 using RegisterBits = std::vector<std::uint64_t>;

@@ -79,7 +79,7 @@ bool Player::play(const Statement& statement, const std::string& fileName) {
         const bool asserted = statement.trst == TrstMode::On;
         const int status = port.setTrst(asserted);
         if (status < 0) return failed(statement, status, "TRST");
-        if (asserted) at = State::Reset;
+        if (asserted) at = State::TestLogicReset;
         return true;
     }
     default: return true;  // headers and trailers: kept by the composer

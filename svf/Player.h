@@ -38,10 +38,10 @@ private:
     const Options& options;
     Report& report;
     ScanComposer composer;
-    State runState = State::Idle;
-    State runEndState = State::Idle;
-    State irEnd = State::Idle;
-    State drEnd = State::Idle;
+    State runState = State::RunTestIdle;
+    State runEndState = State::RunTestIdle;
+    State irEnd = State::RunTestIdle;
+    State drEnd = State::RunTestIdle;
     /** Where the player last left the chain; unknown until it moves it. */
     std::optional<State> at;
 };

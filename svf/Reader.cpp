@@ -276,7 +276,7 @@ void Reader::expectEnd(std::size_t index, const std::string& expected) const {
 State Reader::stableState(std::size_t index, const std::string& role) const {
     const std::optional<State> state = index < words.size() ? stateNamed(words[index].text) : std::nullopt;
     if (!state) failAt(index, "expected " + role + " (" + std::string(stableStates) + "), found " + found(index));
-    if (!isStable(*state)) {
+    if (!isStableState(*state)) {
         failAt(index, role + " must be a stable state (" + std::string(stableStates) + "), not " +
                           std::string(svfName(*state)));
     }
@@ -299,7 +299,7 @@ void Reader::readStatePath(Statement& statement) {
         }
         statement.path.push_back(*state);
     }
-    if (!isStable(statement.path.back())) {
+    if (!isStableState(statement.path.back())) {
         failAt(words.size() - 1, "STATE's last state must be a stable state (" + std::string(stableStates) + "), not " +
                                      std::string(svfName(statement.path.back())));
     }

@@ -1,8 +1,8 @@
 /* Statement: one SVF statement as the reader hands it out, checked on its
  * own (names, numbers, stable states, adjacent path steps) but not against
  * the statements before it; ScanComposer applies the rules that carry over
- * from one statement to the next. Also the TAP controller's states, under
- * IEEE 1149.1's numbers, which are the simulator's sub-command numbers too. */
+ * from one statement to the next. The TAP controller's states are the
+ * protocol's (protocol/TapStates.h); here are their SVF names. */
 #ifndef TETHERHOST_SVF_STATEMENT_H
 #define TETHERHOST_SVF_STATEMENT_H
 
@@ -12,39 +12,21 @@
 #include <string_view>
 #include <vector>
 
+#include "protocol/TapStates.h"
 #include "svf/Bits.h"
 
 namespace tetherhost::svf {
 
-enum class State : int {
-    Reset = 0,
-    Idle = 1,
-    DrSelect = 2,
-    DrCapture = 3,
-    DrShift = 4,
-    DrExit1 = 5,
-    DrPause = 6,
-    DrExit2 = 7,
-    DrUpdate = 8,
-    IrSelect = 9,
-    IrCapture = 10,
-    IrShift = 11,
-    IrExit1 = 12,
-    IrPause = 13,
-    IrExit2 = 14,
-    IrUpdate = 15
-};
+/** The TAP controller's states, under the protocol's numbers. */
+using State = protocol::TapState;
+using protocol::follows;
+using protocol::isStableState;
+using protocol::nextTapState;
 
-/** Reset, Idle, DrPause, IrPause: the states the controller may be left in. */
-bool isStable(State state);
 /** RESET, IDLE, DRSELECT, ... IRUPDATE, in any case. */
 std::optional<State> stateNamed(std::string_view svfName);
 /** The upper-case SVF name. */
 std::string_view svfName(State state);
-/** The state one TCK with this TMS level leads to. */
-State nextState(State from, bool tms);
-/** `to` is reachable from `from` in one TCK (with TMS 0 or 1). */
-bool follows(State from, State to);
 
 enum class Kind { Sir, Sdr, Hir, Hdr, Tir, Tdr, EndIr, EndDr, StatePath, RunTest, Frequency, Trst };
 
@@ -76,11 +58,11 @@ struct Statement {
     long firstColumn = 0;              // 1-based byte column of the statement's first word
     std::string summary;  // the text, whitespace and comments collapsed to one space, cut at 100 characters with "..."
     ScanFields scan;      // Sir, Sdr, Hir, Hdr, Tir, Tdr
-    State state = State::Idle;      // EndIr, EndDr
-    std::vector<State> path;        // StatePath: every state named, in order; the last is stable
-    RunTestFields runTest;          // RunTest
-    std::optional<double> hz;       // Frequency (absent: full speed)
-    TrstMode trst = TrstMode::Off;  // Trst
+    State state = State::RunTestIdle;  // EndIr, EndDr
+    std::vector<State> path;           // StatePath: every state named, in order; the last is stable
+    RunTestFields runTest;             // RunTest
+    std::optional<double> hz;          // Frequency (absent: full speed)
+    TrstMode trst = TrstMode::Off;     // Trst
 };
 
 }  // namespace tetherhost::svf

@@ -455,13 +455,7 @@ TEST_P(OpenOcdAndTetherctlOnAChain, IrscanAndDrscanResultsEqualTetherctlShiftsFr
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Chains, OpenOcdAndTetherctlOnAChain, ::testing::ValuesIn(chainsUnderTest()),
-                         [](const ::testing::TestParamInfo<std::string>& info) {
-                             std::string name = info.param;
-                             for (char& c : name)
-                                 if (c == '-') c = '_';
-                             return name;
-                         });
+INSTANTIATE_TEST_SUITE_P(Chains, OpenOcdAndTetherctlOnAChain, ::testing::ValuesIn(chainsUnderTest()), chainTestName);
 
 }  // namespace
 }  // namespace tetherhost::test

@@ -3,9 +3,12 @@
  * does not capture ...01 (OpenOCD checks ...01 by default), and the
  * IDCODE it must find. OpenOCD declares the TAP next to TDO first; the
  * chain file lists from TDI. Each TAP is named d<k> after its place in the
- * file (d0 next to TDI), so "d<k>.tap" in OpenOCD's output is device k. */
+ * file (d0 next to TDI), so "d<k>.tap" in OpenOCD's output is device k.
+ * Also the name of a test of one chain. */
 #ifndef TETHERHOST_TESTS_OPENOCDTAPS_H
 #define TETHERHOST_TESTS_OPENOCDTAPS_H
+
+#include <gtest/gtest.h>
 
 #include <cinttypes>
 #include <cstdio>
@@ -36,6 +39,14 @@ inline std::vector<std::string> openOcdTapDeclarations(const std::vector<sim::Ta
         declarations.push_back(declaration);
     }
     return declarations;
+}
+
+/** A chain's name as a test name: GoogleTest allows no '-'. */
+inline std::string chainTestName(const ::testing::TestParamInfo<std::string>& info) {
+    std::string name = info.param;
+    for (char& c : name)
+        if (c == '-') c = '_';
+    return name;
 }
 
 }  // namespace tetherhost::test

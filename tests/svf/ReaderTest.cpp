@@ -145,13 +145,13 @@ TEST(ReaderText, KeywordsAndStatesTakeAnyCase) {
     ASSERT_EQ(statements.size(), 7u);
     EXPECT_EQ(statements[0].kind, Kind::Sir);
     EXPECT_EQ(hexOf(statements[0].scan.tdo), "0A");
-    EXPECT_EQ(statements[1].state, State::DrPause);
-    EXPECT_EQ(statements[2].runTest.runState, State::Idle);
+    EXPECT_EQ(statements[1].state, State::PauseDr);
+    EXPECT_EQ(statements[2].runTest.runState, State::RunTestIdle);
     EXPECT_EQ(statements[2].runTest.count, 10u);
-    EXPECT_EQ(statements[2].runTest.endState, State::Reset);
+    EXPECT_EQ(statements[2].runTest.endState, State::TestLogicReset);
     EXPECT_EQ(statements[3].trst, TrstMode::Off);
     EXPECT_EQ(statements[4].hz, 1e6);
-    EXPECT_EQ(statements[5].path, (std::vector<State>{State::Reset, State::Idle}));
+    EXPECT_EQ(statements[5].path, (std::vector<State>{State::TestLogicReset, State::RunTestIdle}));
     EXPECT_EQ(statements[6].kind, Kind::Hdr);
 }
 
@@ -219,22 +219,22 @@ TEST(ReaderEnd, EndIrAndEndDrTakeAStableState) {
     const std::vector<Statement> statements = readAll("ENDIR IRPAUSE; ENDDR RESET;");
     ASSERT_EQ(statements.size(), 2u);
     EXPECT_EQ(statements[0].kind, Kind::EndIr);
-    EXPECT_EQ(statements[0].state, State::IrPause);
+    EXPECT_EQ(statements[0].state, State::PauseIr);
     EXPECT_EQ(statements[1].kind, Kind::EndDr);
-    EXPECT_EQ(statements[1].state, State::Reset);
+    EXPECT_EQ(statements[1].state, State::TestLogicReset);
 }
 
 TEST(ReaderState, AStableStateAloneIsAPathOfOne) {
     const Statement state = readOne("STATE IRPAUSE;");
     EXPECT_EQ(state.kind, Kind::StatePath);
-    EXPECT_EQ(state.path, (std::vector<State>{State::IrPause}));
+    EXPECT_EQ(state.path, (std::vector<State>{State::PauseIr}));
 }
 
 TEST(ReaderState, AnExplicitPathNamesEveryStep) {
     const Statement state = readOne("STATE DRSELECT DRCAPTURE DREXIT1 DRPAUSE DREXIT2 DRUPDATE IDLE;");
-    EXPECT_EQ(state.path, (std::vector<State>{State::DrSelect, State::DrCapture, State::DrExit1, State::DrPause,
-                                              State::DrExit2, State::DrUpdate, State::Idle}));
-    EXPECT_EQ(readOne("STATE IRSELECT RESET;").path, (std::vector<State>{State::IrSelect, State::Reset}));
+    EXPECT_EQ(state.path, (std::vector<State>{State::SelectDrScan, State::CaptureDr, State::Exit1Dr, State::PauseDr,
+                                              State::Exit2Dr, State::UpdateDr, State::RunTestIdle}));
+    EXPECT_EQ(readOne("STATE IRSELECT RESET;").path, (std::vector<State>{State::SelectIrScan, State::TestLogicReset}));
 }
 
 TEST(ReaderRunTest, ACountOfClocks) {
@@ -249,20 +249,20 @@ TEST(ReaderRunTest, ACountOfClocks) {
 
 TEST(ReaderRunTest, RunStateCountAndEndState) {
     const RunTestFields run = readOne("RUNTEST IDLE 100 TCK ENDSTATE IDLE;").runTest;
-    EXPECT_EQ(run.runState, State::Idle);
+    EXPECT_EQ(run.runState, State::RunTestIdle);
     EXPECT_EQ(run.count, 100u);
-    EXPECT_EQ(run.endState, State::Idle);
+    EXPECT_EQ(run.endState, State::RunTestIdle);
     EXPECT_EQ(run.minSeconds, std::nullopt);
 }
 
 TEST(ReaderRunTest, EveryPartOfTheClockForm) {
     const RunTestFields run = readOne("RUNTEST DRPAUSE 20 SCK 1.5E-3 SEC MAXIMUM 2 SEC ENDSTATE IRPAUSE;").runTest;
-    EXPECT_EQ(run.runState, State::DrPause);
+    EXPECT_EQ(run.runState, State::PauseDr);
     EXPECT_EQ(run.count, 20u);
     EXPECT_EQ(run.clock, Clock::Sck);
     EXPECT_EQ(run.minSeconds, 1.5e-3);
     EXPECT_EQ(run.maxSeconds, 2.0);
-    EXPECT_EQ(run.endState, State::IrPause);
+    EXPECT_EQ(run.endState, State::PauseIr);
 }
 
 TEST(ReaderRunTest, ACountWithAMinimumTime) {
@@ -281,17 +281,17 @@ TEST(ReaderRunTest, ATimeAlone) {
 
 TEST(ReaderRunTest, EveryPartOfTheTimeForm) {
     const RunTestFields run = readOne("RUNTEST IDLE 50021E-6 SEC MAXIMUM 1E0 SEC ENDSTATE RESET;").runTest;
-    EXPECT_EQ(run.runState, State::Idle);
+    EXPECT_EQ(run.runState, State::RunTestIdle);
     EXPECT_EQ(run.count, std::nullopt);
     EXPECT_EQ(run.minSeconds, 50021e-6);
     EXPECT_EQ(run.maxSeconds, 1.0);
-    EXPECT_EQ(run.endState, State::Reset);
+    EXPECT_EQ(run.endState, State::TestLogicReset);
 }
 
 TEST(ReaderRunTest, ATimeAndAnEndState) {
     const RunTestFields run = readOne("RUNTEST 3 SEC ENDSTATE DRPAUSE;").runTest;
     EXPECT_EQ(run.minSeconds, 3.0);
-    EXPECT_EQ(run.endState, State::DrPause);
+    EXPECT_EQ(run.endState, State::PauseDr);
 }
 
 TEST(ReaderNumbers, CountsAndLengthsTakeExponentsWhenTheValueIsWhole) {

@@ -18,8 +18,8 @@ TEST(State, EveryNameReadsBackInAnyCase) {
         EXPECT_EQ(stateNamed(name), state) << name;
         EXPECT_EQ(stateNamed(lower), state) << lower;
     }
-    EXPECT_EQ(svfName(State::DrPause), "DRPAUSE");
-    EXPECT_EQ(stateNamed("IrUpdate"), State::IrUpdate);
+    EXPECT_EQ(svfName(State::PauseDr), "DRPAUSE");
+    EXPECT_EQ(stateNamed("IrUpdate"), State::UpdateIr);
     EXPECT_EQ(stateNamed("RUN"), std::nullopt);
     EXPECT_EQ(stateNamed("IDLEX"), std::nullopt);
     EXPECT_EQ(stateNamed(""), std::nullopt);
@@ -27,36 +27,36 @@ TEST(State, EveryNameReadsBackInAnyCase) {
 
 TEST(State, OnlyResetIdleAndThePausesAreStable) {
     int stable = 0;
-    for (int number = 0; number < 16; ++number) stable += isStable(static_cast<State>(number)) ? 1 : 0;
+    for (int number = 0; number < 16; ++number) stable += isStableState(static_cast<State>(number)) ? 1 : 0;
     EXPECT_EQ(stable, 4);
-    EXPECT_TRUE(isStable(State::Reset));
-    EXPECT_TRUE(isStable(State::Idle));
-    EXPECT_TRUE(isStable(State::DrPause));
-    EXPECT_TRUE(isStable(State::IrPause));
+    EXPECT_TRUE(isStableState(State::TestLogicReset));
+    EXPECT_TRUE(isStableState(State::RunTestIdle));
+    EXPECT_TRUE(isStableState(State::PauseDr));
+    EXPECT_TRUE(isStableState(State::PauseIr));
 }
 
 TEST(State, StepsFollowTheTapDiagram) {
-    EXPECT_EQ(nextState(State::Reset, false), State::Idle);
-    EXPECT_EQ(nextState(State::Idle, true), State::DrSelect);
-    EXPECT_EQ(nextState(State::DrSelect, true), State::IrSelect);
-    EXPECT_EQ(nextState(State::IrSelect, true), State::Reset);
-    EXPECT_EQ(nextState(State::DrExit1, false), State::DrPause);
-    EXPECT_EQ(nextState(State::DrExit2, false), State::DrShift);
-    EXPECT_EQ(nextState(State::IrUpdate, false), State::Idle);
-    EXPECT_EQ(nextState(State::IrCapture, true), State::IrExit1);
-    EXPECT_TRUE(follows(State::Idle, State::Idle));
-    EXPECT_TRUE(follows(State::Reset, State::Reset));
-    EXPECT_TRUE(follows(State::DrPause, State::DrExit2));
-    EXPECT_FALSE(follows(State::Idle, State::DrShift));
-    EXPECT_FALSE(follows(State::DrPause, State::DrShift));
-    EXPECT_FALSE(follows(State::IrShift, State::IrPause));
+    EXPECT_EQ(nextTapState(State::TestLogicReset, false), State::RunTestIdle);
+    EXPECT_EQ(nextTapState(State::RunTestIdle, true), State::SelectDrScan);
+    EXPECT_EQ(nextTapState(State::SelectDrScan, true), State::SelectIrScan);
+    EXPECT_EQ(nextTapState(State::SelectIrScan, true), State::TestLogicReset);
+    EXPECT_EQ(nextTapState(State::Exit1Dr, false), State::PauseDr);
+    EXPECT_EQ(nextTapState(State::Exit2Dr, false), State::ShiftDr);
+    EXPECT_EQ(nextTapState(State::UpdateIr, false), State::RunTestIdle);
+    EXPECT_EQ(nextTapState(State::CaptureIr, true), State::Exit1Ir);
+    EXPECT_TRUE(follows(State::RunTestIdle, State::RunTestIdle));
+    EXPECT_TRUE(follows(State::TestLogicReset, State::TestLogicReset));
+    EXPECT_TRUE(follows(State::PauseDr, State::Exit2Dr));
+    EXPECT_FALSE(follows(State::RunTestIdle, State::ShiftDr));
+    EXPECT_FALSE(follows(State::PauseDr, State::ShiftDr));
+    EXPECT_FALSE(follows(State::ShiftIr, State::PauseIr));
 }
 
 TEST(State, FiveTicksWithTmsHighResetFromEveryState) {
     for (int number = 0; number < 16; ++number) {
         State state = static_cast<State>(number);
-        for (int tick = 0; tick < 5; ++tick) state = nextState(state, true);
-        EXPECT_EQ(state, State::Reset) << svfName(static_cast<State>(number));
+        for (int tick = 0; tick < 5; ++tick) state = nextTapState(state, true);
+        EXPECT_EQ(state, State::TestLogicReset) << svfName(static_cast<State>(number));
     }
 }
 
