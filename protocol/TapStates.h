@@ -68,14 +68,14 @@ constexpr bool isStableState(TapState state) {
            state == TapState::PauseIr;
 }
 
+/** The IEEE 1149.1 names of the states, in their order. */
+inline constexpr std::array<const char*, tapStateCount> tapStateNames = {
+    "Test-Logic-Reset", "Run-Test/Idle", "Select-DR-Scan", "Capture-DR",     "Shift-DR",   "Exit1-DR",
+    "Pause-DR",         "Exit2-DR",      "Update-DR",      "Select-IR-Scan", "Capture-IR", "Shift-IR",
+    "Exit1-IR",         "Pause-IR",      "Exit2-IR",       "Update-IR"};
+
 /** The IEEE 1149.1 name of a state, e.g. "Run-Test/Idle". */
-constexpr const char* tapStateName(TapState state) {
-    constexpr std::array<const char*, tapStateCount> names = {
-        "Test-Logic-Reset", "Run-Test/Idle", "Select-DR-Scan", "Capture-DR",     "Shift-DR",   "Exit1-DR",
-        "Pause-DR",         "Exit2-DR",      "Update-DR",      "Select-IR-Scan", "Capture-IR", "Shift-IR",
-        "Exit1-IR",         "Pause-IR",      "Exit2-IR",       "Update-IR"};
-    return names[static_cast<std::size_t>(state)];
-}
+constexpr const char* tapStateName(TapState state) { return tapStateNames.at(static_cast<std::size_t>(state)); }
 
 }  // namespace tetherhost::protocol
 

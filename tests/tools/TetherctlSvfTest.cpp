@@ -65,7 +65,7 @@ protected:
     Finished tetherctl(const std::vector<std::string>& arguments) { return runProgram(command(arguments)); }
 
     std::string svfFile(const std::string& name, const std::string& text) {
-        const std::string path = files.file(name);
+        std::string path = files.file(name);
         writeFile(path, text);
         return path;
     }
