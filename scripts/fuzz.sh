@@ -28,7 +28,7 @@ export ASAN_OPTIONS=${ASAN_OPTIONS:+$ASAN_OPTIONS:}detect_leaks=1
 export UBSAN_OPTIONS=${UBSAN_OPTIONS:+$UBSAN_OPTIONS:}print_stacktrace=1:halt_on_error=1
 
 # The largest input per target: room for a whole session of frames or records.
-declare -A max_len=([client_replies]=8192 [client_stream]=8192 [sim_session]=8192 [frame_reader]=4096 [message_output]=2048)
+declare -A max_len=([client_replies]=8192 [client_stream]=8192 [sim_session]=8192 [frame_reader]=4096 [message_output]=2048 [svf_reader]=4096)
 
 failed=()
 summary=()
