@@ -145,6 +145,9 @@ int Client::Connect(char*, const char* requestedLogFile, const char* serverDirec
         }
     }
 
+    // From here on every socket call is recorded when TETHERHOST_RECORD
+    // asks for it, the introduction included.
+    wire::startRecording(clientSocket, name);
     // The introduction: the name and its NUL, answered by at least one byte
     // of any content.
     working.clear();
@@ -174,6 +177,7 @@ int Client::Disconnect() {
     const int farewell = Send(protocol::command::farewell);
     // Only -1 is a refusal; Send's failures and any other reply go on to the
     // shutdown.
+    wire::stopRecording(clientSocket);
     if (farewell == -1) {
         PrintMessage(message::disconnectRefused, name, name);
         close(clientSocket);

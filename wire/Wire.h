@@ -7,6 +7,8 @@
  *   away gives the caller a failed send (status -1001) instead of killing the
  *   host application with SIGPIPE.
  * - receiveBytes(): one recv with flags 0.
+ * - Both hand each call to the Recorder while any socket is recorded
+ *   (TETHERHOST_RECORD).
  * - FrameBuffer: 1024 bytes for a frame or a reply, followed by one byte that
  *   is always zero. Receives never write past the 1024 bytes and text tokens
  *   are cut to 1023 bytes, so whatever a buffer holds is a terminated text,
@@ -22,6 +24,7 @@
 #include <cstring>
 
 #include "protocol/Frames.h"
+#include "wire/Recorder.h"
 
 namespace tetherhost::wire {
 
@@ -34,14 +37,18 @@ inline bool failed(long result) { return static_cast<std::size_t>(result + 1) <=
  * as unsigned) past the caller's buffer. */
 inline long sendBytes(int socket, const void* data, long length) {
     if (length < 0) return -1;
-    return ::send(socket, data, static_cast<std::size_t>(length), MSG_NOSIGNAL);
+    const long sent = ::send(socket, data, static_cast<std::size_t>(length), MSG_NOSIGNAL);
+    if (recordedSockets.load(std::memory_order_relaxed) != 0) recordCall(socket, Direction::Send, data, sent);
+    return sent;
 }
 
 /* Receives at most `capacity` bytes in one call; a negative capacity is
  * refused with -1 like a negative send length. */
 inline long receiveBytes(int socket, void* data, long capacity) {
     if (capacity < 0) return -1;
-    return ::recv(socket, data, static_cast<std::size_t>(capacity), 0);
+    const long received = ::recv(socket, data, static_cast<std::size_t>(capacity), 0);
+    if (recordedSockets.load(std::memory_order_relaxed) != 0) recordCall(socket, Direction::Receive, data, received);
+    return received;
 }
 
 class FrameBuffer {
