@@ -146,23 +146,28 @@ void runSvf(const CommonOptions& common, const SvfOptions& options, Output& out)
     session.begin();
     Client& client = session.client();
     const long long virtualBefore = virtualNs(client);
-    ProgressBar bar(stderr, size, !options.quiet && checkedFirst && isatty(STDERR_FILENO) == 1);
+    const bool drawn = !options.quiet && checkedFirst && isatty(STDERR_FILENO) == 1;
+    ProgressBar bar(stderr, size, drawn);
     const auto start = std::chrono::steady_clock::now();
     svf::Options play;
     play.keepGoing = options.keepGoing;
     play.stop = &stopRequested;
-    play.progress = [&](const svf::Progress& progress) {
-        const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-        const double rate = seconds > 0 ? static_cast<double>(progress.bitsShifted) / seconds : 0.0;
-        char detail[64];
-        std::snprintf(detail, sizeof detail, "%llu scans  %.3g bit/s", static_cast<unsigned long long>(progress.scans),
-                      rate);
-        bar.update(progress.bytesRead, detail);
-    };
+    // Without a bar the player is not called back at all: formatting a rate
+    // after every statement would be most of its own work on short scans.
+    if (drawn) {
+        play.progress = [&](const svf::Progress& progress) {
+            const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+            const double rate = seconds > 0 ? static_cast<double>(progress.bitsShifted) / seconds : 0.0;
+            char detail[64];
+            std::snprintf(detail, sizeof detail, "%llu scans  %.3g bit/s",
+                          static_cast<unsigned long long>(progress.scans), rate);
+            bar.update(progress.bytesRead, detail);
+        };
+    }
     const svf::Report report = svf::play(client, in, name, play);
     // What follows the last statement (comments, line ends) was read too:
     // a file played to its end shows whole.
-    if (report.outcome == svf::Outcome::Passed) play.progress({size, report.scans, report.bitsShifted});
+    if (drawn && report.outcome == svf::Outcome::Passed) play.progress({size, report.scans, report.bitsShifted});
     bar.finish();
     const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
 
