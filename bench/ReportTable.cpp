@@ -1,8 +1,9 @@
 /* bench_report: reads the JSON results of the benchmark runs (see
  * bench/report) and prints one table of library-against-floor ratios, with
  * the allocation, throughput, memory and concurrency figures below it, then
- * the doors' table (bench_doors) when its results are among them. With
- * --doors first, only the doors' table (scripts/bench-doors.sh). */
+ * the doors' table (bench_doors) and the SVF player's (bench_svf) when their
+ * results are among them. With --doors or --svf first, only that table
+ * (scripts/bench-doors.sh, scripts/bench-svf.sh). */
 #include <algorithm>
 #include <cstdio>
 #include <exception>
@@ -109,14 +110,71 @@ void printDoors(const std::map<std::string, Result>& results) {
                 counterOf(results, "BM_OpenFpgaLoaderDetect", "median_ms"));
 }
 
+/* The SVF player: `tetherctl svf` (start-up taken off) against OpenOCD's
+ * svf (the better of the door and the minimal server) and against the
+ * floor, per file, rates and CPU per scan, and tetherctl's peak memory on a
+ * small and a 100 MB file. */
+void printSvf(const std::map<std::string, Result>& results) {
+    struct File {
+        const char* name;
+        const char* label;
+        const char* openOcdTarget;
+    };
+    const File files[] = {{"BM_SvfPlay/LongScan4Mibit", "one 4 Mibit SDR", ">= 20x"},
+                          {"BM_SvfPlay/ShortPairs10000", "10,000 SIR/SDR pairs", "reported"}};
+    std::printf("\n| %-44s | %15s | %15s | %6s | %-8s |\n", "SVF, tetherctl svf (median of rounds)", "tetherctl",
+                "baseline", "ratio", "target");
+    std::printf("|%s|%s|%s|%s|%s|\n", std::string(46, '-').c_str(), std::string(17, '-').c_str(),
+                std::string(17, '-').c_str(), std::string(8, '-').c_str(), std::string(10, '-').c_str());
+    for (const File& file : files) {
+        const auto value = [&](const char* key) { return counterOf(results, file.name, key); };
+        std::printf("| %-44s | %12.1f ms | %12.1f ms | %5.1fx | %-8s |\n",
+                    (std::string(file.label) + ": speed-up over OpenOCD").c_str(), value("tetherctl_ms"),
+                    value("openocd_ms"), value("speedup_vs_openocd"), file.openOcdTarget);
+        std::printf("| %-44s | %12.1f ms | %12.1f ms | %6.3f | %-8s |\n",
+                    (std::string(file.label) + ": vs the floor").c_str(), value("tetherctl_ms"), value("floor_ms"),
+                    value("tetherctl_vs_floor"), "<= 1.10");
+    }
+    for (const File& file : files) {
+        const auto value = [&](const char* key) { return counterOf(results, file.name, key); };
+        std::printf("%s (%.0f frames checked against the floor's):\n", file.label, value("frames_checked"));
+        std::printf(
+            "  bits/s, scans/s: tetherctl %.3g, %.0f; svf::play %.3g, %.0f; floor %.3g, %.0f; OpenOCD %.3g, %.0f\n",
+            value("tetherctl_bits_per_s"), value("tetherctl_scans_per_s"), value("play_bits_per_s"),
+            value("play_scans_per_s"), value("floor_bits_per_s"), value("floor_scans_per_s"),
+            value("openocd_bits_per_s"), value("openocd_scans_per_s"));
+        std::printf(
+            "  OpenOCD via the door %.1f ms, via the minimal server %.1f ms; tetherctl whole run %.1f ms, start-up "
+            "%.1f ms (%.1fx with start-up); svf::play vs floor %.3f\n",
+            value("openocd_door_ms"), value("openocd_minimal_ms"), value("tetherctl_whole_ms"),
+            value("tetherctl_startup_ms"), value("speedup_vs_openocd_whole_process"), value("play_vs_floor"));
+        std::printf(
+            "  CPU per scan, user + system: tetherctl %.2f + %.2f us, svf::play %.2f + %.2f us, floor %.2f + %.2f "
+            "us; simulator %.2f us\n",
+            value("tetherctl_user_us_per_scan"), value("tetherctl_system_us_per_scan"), value("play_user_us_per_scan"),
+            value("play_system_us_per_scan"), value("floor_user_us_per_scan"), value("floor_system_us_per_scan"),
+            value("simulator_cpu_us_per_scan"));
+    }
+    const auto memory = [&](const char* key) { return counterOf(results, "BM_SvfMemory", key); };
+    std::printf("tetherctl svf peak resident memory: %.0f kB on a %.1f MB file, %.0f kB on a %.1f MB file (%.3fx)\n",
+                memory("small_peak_rss_kB"), memory("small_file_MB"), memory("large_peak_rss_kB"),
+                memory("large_file_MB"), memory("large_vs_small_rss"));
+}
+
 }  // namespace
 
 int main(int argc, char** argv) try {
-    const bool doorsOnly = argc > 1 && std::string(argv[1]) == "--doors";
-    const int first = doorsOnly ? 2 : 1;
+    const std::string mode = argc > 1 ? argv[1] : "";
+    const bool doorsOnly = mode == "--doors";
+    const bool svfOnly = mode == "--svf";
+    const int first = doorsOnly || svfOnly ? 2 : 1;
     const auto results = load(argc - first, argv + first);
     if (doorsOnly) {
         printDoors(results);
+        return 0;
+    }
+    if (svfOnly) {
+        printSvf(results);
         return 0;
     }
     auto time = [&](const char* name) {
@@ -168,6 +226,7 @@ int main(int argc, char** argv) try {
                     counter(name.c_str(), "commands_per_s"), counter(name.c_str(), "server_cpu_us_per_cmd"));
     }
     if (results.count("BM_OpenOcdDrscan/32/4000") != 0) printDoors(results);
+    if (results.count("BM_SvfPlay/LongScan4Mibit") != 0) printSvf(results);
     return 0;
 } catch (const std::exception& error) {
     std::fprintf(stderr, "bench_report: %s\n", error.what());
