@@ -34,6 +34,7 @@
 
 #include <benchmark/benchmark.h>
 
+#include "BenchProcesses.h"
 #include "Client.h"
 #include "MinimalBitbang.h"
 
@@ -69,170 +70,10 @@ constexpr const char* rateScript = R"(proc drscan_rate {tap instruction bits cou
 }
 )";
 
-std::string fileText(const std::string& path) {
-    std::ifstream file(path);
-    std::stringstream text;
-    text << file.rdbuf();
-    return text.str();
-}
-
-/* A private temporary directory, removed with its contents. */
-class ScratchDir {
-public:
-    ScratchDir() {
-        char name[] = "/tmp/tetherhost-doorbench-XXXXXX";
-        if (mkdtemp(name) == nullptr) throw std::runtime_error("cannot make a scratch directory");
-        path = name;
-    }
-    ~ScratchDir() {
-        std::error_code ignored;
-        std::filesystem::remove_all(path, ignored);
-    }
-    ScratchDir(const ScratchDir&) = delete;
-    ScratchDir& operator=(const ScratchDir&) = delete;
-    const std::string& directory() const { return path; }
-    std::string file(const std::string& name) const { return path + "/" + name; }
-
-private:
-    std::string path;
-};
-
-/* A descriptor closed with its owner. */
-struct Descriptor {
-    explicit Descriptor(int number) : number(number) {}
-    ~Descriptor() {
-        if (number >= 0) ::close(number);
-    }
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-    const int number;
-};
-
-/* A process of ours, watched through a pidfd, so that waiting for its end
- * is a poll; ended by its pid (SIGTERM, then SIGKILL) unless it has ended. */
-class Child {
-public:
-    /** Starts `program` with `arguments` (argument zero included); with an
-     * `outputPath`, its standard output and error go to that file. */
-    Child(const std::string& program, const std::vector<std::string>& arguments, const std::string& outputPath = {}) {
-        std::vector<char*> argv;
-        argv.reserve(arguments.size() + 1);
-        for (const std::string& argument : arguments) argv.push_back(const_cast<char*>(argument.c_str()));
-        argv.push_back(nullptr);
-        posix_spawn_file_actions_t actions;
-        posix_spawn_file_actions_init(&actions);
-        if (!outputPath.empty()) {
-            posix_spawn_file_actions_addopen(&actions, 1, outputPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-            posix_spawn_file_actions_adddup2(&actions, 1, 2);
-        }
-        const int failed = posix_spawn(&process, program.c_str(), &actions, nullptr, argv.data(), environ);
-        posix_spawn_file_actions_destroy(&actions);
-        if (failed != 0) throw std::runtime_error("cannot start " + program);
-        // Through syscall: glibc 2.36's <sys/pidfd.h> lacks C linkage for C++.
-        watch = static_cast<int>(syscall(SYS_pidfd_open, process, 0));
-        if (watch < 0) {
-            kill(process, SIGKILL);
-            waitpid(process, nullptr, 0);
-            throw std::runtime_error("cannot watch " + program);
-        }
-    }
-    ~Child() {
-        end();
-        if (watch >= 0) ::close(watch);
-    }
-    Child(const Child&) = delete;
-    Child& operator=(const Child&) = delete;
-
-    /** Readable once the process has ended. */
-    int exitDescriptor() const { return watch; }
-    /** Waits at most `patience` for the process to end; its wait status, or
-     * nullopt when it is still running. */
-    std::optional<int> wait(std::chrono::milliseconds patience) {
-        if (status) return status;
-        pollfd ended{watch, POLLIN, 0};
-        if (poll(&ended, 1, static_cast<int>(patience.count())) != 1) return std::nullopt;
-        int result = 0;
-        rusage usage{};
-        if (wait4(process, &result, 0, &usage) != process) return std::nullopt;
-        status = result;
-        endedCpu = seconds(usage.ru_utime) + seconds(usage.ru_stime);
-        return status;
-    }
-    /** CPU seconds the process has used so far, all its threads (once it
-     * has ended: in all). */
-    double cpuSeconds() const {
-        if (status) return endedCpu;
-        clockid_t clock{};
-        timespec used{};
-        if (clock_getcpuclockid(process, &clock) != 0 || clock_gettime(clock, &used) != 0) return 0;
-        return static_cast<double>(used.tv_sec) + static_cast<double>(used.tv_nsec) / 1e9;
-    }
-
-private:
-    static double seconds(const timeval& time) {
-        return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) / 1e6;
-    }
-    void end() {
-        if (status) return;
-        kill(process, SIGTERM);
-        if (!wait(std::chrono::seconds(5))) {
-            kill(process, SIGKILL);
-            wait(std::chrono::seconds(5));
-        }
-    }
-
-    pid_t process = -1;
-    int watch = -1;
-    std::optional<int> status;
-    double endedCpu = 0;
-};
-
-/* The tetherhost simulator on 127.0.0.1:4001 with `options`, ready once its
- * pid file is written (after every port listens), for the benchmark's life. */
-class Simulator {
-public:
-    explicit Simulator(const std::vector<std::string>& options) {
-        const std::string pidFile = scratch.file("tetherhost.pid");
-        std::vector<std::string> arguments = {"tetherhost", "--idle-exit", "0", "--pid-file", pidFile};
-        arguments.insert(arguments.end(), options.begin(), options.end());
-        // The watch is set before the start, so the write cannot be missed.
-        const Descriptor changes(inotify_init1(IN_CLOEXEC));
-        if (changes.number < 0 || inotify_add_watch(changes.number, scratch.directory().c_str(), IN_CLOSE_WRITE) < 0)
-            throw std::runtime_error("cannot watch the scratch directory");
-        process.emplace(TETHERHOST_SIMULATOR_PROGRAM, arguments);
-        const auto deadline = Clock::now() + std::chrono::seconds(10);
-        while (fileText(pidFile).empty()) {
-            pollfd events[] = {{changes.number, POLLIN, 0}, {process->exitDescriptor(), POLLIN, 0}};
-            const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
-            char drained[4096];
-            if (left.count() <= 0 || poll(events, 2, static_cast<int>(left.count())) <= 0 ||
-                (events[1].revents & POLLIN) != 0 || read(changes.number, drained, sizeof drained) < 0)
-                throw std::runtime_error("the simulator did not start listening");
-        }
-    }
-    double cpuSeconds() const { return process->cpuSeconds(); }
-
-private:
-    ScratchDir scratch;
-    std::optional<Child> process;
-};
-
-struct ToolRun {
-    std::string output;
-    double cpuSeconds = 0;
-};
-
-/* Runs a tool to its end, its output in `outputPath`: what it printed and
- * the CPU it used. Throws when it fails or outlives toolPatience. */
-ToolRun runTool(const std::string& program, const std::vector<std::string>& arguments, const std::string& outputPath) {
-    Child tool(program, arguments, outputPath);
-    const std::optional<int> status = tool.wait(toolPatience);
-    const std::string output = fileText(outputPath);
-    if (!status) throw std::runtime_error(arguments[0] + " did not finish:\n" + output);
-    if (!WIFEXITED(*status) || WEXITSTATUS(*status) != 0)
-        throw std::runtime_error(arguments[0] + " failed:\n" + output);
-    return {output, tool.cpuSeconds()};
-}
+using tetherhost::bench::ProcessRun;
+using tetherhost::bench::runProgram;
+using tetherhost::bench::ScratchDir;
+using tetherhost::bench::Simulator;
 
 /* The TDI of the benchmark's scans: a fixed pattern of (bits + 7) / 8 bytes. */
 std::vector<unsigned char> scanPattern(int bits) {
@@ -317,9 +158,9 @@ OpenOcdRun openOcdScans(int port, int bits, long count, const ScratchDir& scratc
                                                 "shutdown"};
     OpenOcdRun run;
     const double cpuBefore = serverCpuSeconds();
-    const ToolRun tool = runTool(TETHERHOST_OPENOCD, arguments, scratch.file("openocd.out"));
+    const ProcessRun tool = runProgram(TETHERHOST_OPENOCD, arguments, scratch.file("openocd.out"), toolPatience);
     run.serverCpuSeconds = serverCpuSeconds() - cpuBefore;
-    run.openOcdCpuSeconds = tool.cpuSeconds;
+    run.openOcdCpuSeconds = tool.cpu.total();
     const std::size_t line = tool.output.find("drscan_rate ");
     long microseconds = 0;
     char tdo[2048] = {};
@@ -348,9 +189,10 @@ void BM_OpenOcdDrscan(benchmark::State& state) {
         constexpr int pairs = 11;
         const int bits = static_cast<int>(state.range(0));
         const long count = static_cast<long>(state.range(1));
-        const Simulator simulator({"--chain", chainName, "--remote-bitbang", std::to_string(doorPort)});
+        const Simulator simulator(TETHERHOST_SIMULATOR_PROGRAM,
+                                  {"--chain", chainName, "--remote-bitbang", std::to_string(doorPort)});
         tetherhost::bench::MinimalBitbangServer minimalServer(minimalPort, irLength, idcode);
-        const ScratchDir scratch;
+        const ScratchDir scratch("doorbench");
         const auto viaDoor = [&] {
             return openOcdScans(doorPort, bits, count, scratch, [&] { return simulator.cpuSeconds(); });
         };
@@ -402,7 +244,7 @@ BENCHMARK(BM_OpenOcdDrscan)
 void BM_LibraryDrscan(benchmark::State& state) {
     guarded(state, [&] {
         const int bits = static_cast<int>(state.range(0));
-        const Simulator simulator({"--chain", chainName});
+        const Simulator simulator(TETHERHOST_SIMULATOR_PROGRAM, {"--chain", chainName});
         Client client(clientName);
         if (client.Connect(nullptr, nullptr, nullptr) != 0) {
             state.SkipWithError("the library did not connect");
@@ -442,8 +284,9 @@ BENCHMARK(BM_LibraryDrscan)->Arg(32)->Arg(4096)->UseRealTime()->Unit(benchmark::
 void BM_OpenFpgaLoaderDetect(benchmark::State& state) {
     guarded(state, [&] {
         constexpr std::size_t runs = 15;
-        const Simulator simulator({"--chain", chainName, "--xvc", std::to_string(xvcPort)});
-        const ScratchDir scratch;
+        const Simulator simulator(TETHERHOST_SIMULATOR_PROGRAM,
+                                  {"--chain", chainName, "--xvc", std::to_string(xvcPort)});
+        const ScratchDir scratch("doorbench");
         const std::vector<std::string> arguments = {
             "openFPGALoader", "-c", "xvc-client", "--ip", "127.0.0.1", "--port", std::to_string(xvcPort), "--detect"};
         char expectedLine[32];
@@ -453,7 +296,8 @@ void BM_OpenFpgaLoaderDetect(benchmark::State& state) {
             for (std::size_t run = 0; run < runs; ++run) {
                 const auto start = Clock::now();
                 const std::string output =
-                    runTool(TETHERHOST_OPENFPGALOADER, arguments, scratch.file("openFPGALoader.out")).output;
+                    runProgram(TETHERHOST_OPENFPGALOADER, arguments, scratch.file("openFPGALoader.out"), toolPatience)
+                        .output;
                 milliseconds.push_back(std::chrono::duration<double, std::milli>(Clock::now() - start).count());
                 if (output.find(expectedLine) == std::string::npos) {
                     state.SkipWithError(("openFPGALoader did not find the IDCODE:\n" + output).c_str());

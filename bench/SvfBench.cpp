@@ -50,6 +50,7 @@
 
 #include <benchmark/benchmark.h>
 
+#include "BenchProcesses.h"
 #include "Client.h"
 #include "MinimalBitbang.h"
 #include "SvfFiles.h"
@@ -59,6 +60,9 @@
 namespace {
 
 namespace bench = tetherhost::bench;
+using bench::Cpu;
+using bench::ProcessRun;
+using bench::ScratchDir;
 using Clock = std::chrono::steady_clock;
 
 constexpr int doorPort = 44853;
@@ -84,197 +88,29 @@ constexpr const char* timedSvfScript = R"(proc svf_timed {file} {
 }
 )";
 
-std::string fileText(const std::string& path) {
-    std::ifstream file(path);
-    std::stringstream text;
-    text << file.rdbuf();
-    return text.str();
-}
-
-double seconds(const timeval& time) {
-    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) / 1e6;
-}
-
-/* CPU time split into what the program ran itself (user) and what the
- * kernel ran for it (system: here mostly the sockets' sends and receives). */
-struct Cpu {
-    double user = 0;
-    double system = 0;
-
-    static Cpu of(const rusage& usage) { return {seconds(usage.ru_utime), seconds(usage.ru_stime)}; }
-    double total() const { return user + system; }
-    Cpu operator-(const Cpu& before) const { return {user - before.user, system - before.system}; }
-};
-
+/* The CPU this thread has used: what the player in this process costs. */
 Cpu threadCpu() {
     rusage usage{};
     getrusage(RUSAGE_THREAD, &usage);
     return Cpu::of(usage);
 }
 
-/* A private temporary directory, removed with its contents. */
-class ScratchDir {
+/* The simulator with the benchmark's chain and `options`. */
+class Simulator : public bench::Simulator {
 public:
-    ScratchDir() {
-        char name[] = "/tmp/tetherhost-svfbench-XXXXXX";
-        if (mkdtemp(name) == nullptr) throw std::runtime_error("cannot make a scratch directory");
-        path = name;
-    }
-    ~ScratchDir() {
-        std::error_code ignored;
-        std::filesystem::remove_all(path, ignored);
-    }
-    ScratchDir(const ScratchDir&) = delete;
-    ScratchDir& operator=(const ScratchDir&) = delete;
-    const std::string& directory() const { return path; }
-    std::string file(const std::string& name) const { return path + "/" + name; }
+    explicit Simulator(std::vector<std::string> options)
+        : bench::Simulator(TETHERHOST_SIMULATOR_PROGRAM, withChain(std::move(options))) {}
 
 private:
-    std::string path;
+    static std::vector<std::string> withChain(std::vector<std::string> options) {
+        options.insert(options.end(), {"--chain", bench::svfChainName});
+        return options;
+    }
 };
 
-/* A descriptor closed with its owner. */
-struct Descriptor {
-    explicit Descriptor(int number) : number(number) {}
-    ~Descriptor() {
-        if (number >= 0) ::close(number);
-    }
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-    const int number;
-};
-
-/* A process of ours, watched through a pidfd, so that waiting for its end
- * is a poll; ended by its pid (SIGTERM, then SIGKILL) unless it has ended. */
-class Child {
-public:
-    /** Starts `program` with `arguments` (argument zero included); with an
-     * `outputPath`, its standard output and error go to that file. */
-    Child(const std::string& program, const std::vector<std::string>& arguments, const std::string& outputPath = {}) {
-        std::vector<char*> argv;
-        argv.reserve(arguments.size() + 1);
-        for (const std::string& argument : arguments) argv.push_back(const_cast<char*>(argument.c_str()));
-        argv.push_back(nullptr);
-        posix_spawn_file_actions_t actions;
-        posix_spawn_file_actions_init(&actions);
-        if (!outputPath.empty()) {
-            posix_spawn_file_actions_addopen(&actions, 1, outputPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-            posix_spawn_file_actions_adddup2(&actions, 1, 2);
-        }
-        const int failed = posix_spawn(&process, program.c_str(), &actions, nullptr, argv.data(), environ);
-        posix_spawn_file_actions_destroy(&actions);
-        if (failed != 0) throw std::runtime_error("cannot start " + program);
-        // Through syscall: glibc 2.36's <sys/pidfd.h> lacks C linkage for C++.
-        watch = static_cast<int>(syscall(SYS_pidfd_open, process, 0));
-        if (watch < 0) {
-            kill(process, SIGKILL);
-            waitpid(process, nullptr, 0);
-            throw std::runtime_error("cannot watch " + program);
-        }
-    }
-    ~Child() {
-        end();
-        if (watch >= 0) ::close(watch);
-    }
-    Child(const Child&) = delete;
-    Child& operator=(const Child&) = delete;
-
-    /** Readable once the process has ended. */
-    int exitDescriptor() const { return watch; }
-    /** Waits at most `patience` for the process to end; its wait status, or
-     * nullopt when it is still running. */
-    std::optional<int> wait(std::chrono::milliseconds patience) {
-        if (status) return status;
-        pollfd ended{watch, POLLIN, 0};
-        if (poll(&ended, 1, static_cast<int>(patience.count())) != 1) return std::nullopt;
-        int result = 0;
-        if (wait4(process, &result, 0, &usage) != process) return std::nullopt;
-        status = result;
-        return status;
-    }
-    /** CPU the process used, once it has ended. */
-    Cpu cpu() const { return Cpu::of(usage); }
-    /** CPU seconds the process has used so far, all its threads (once it
-     * has ended: in all). */
-    double cpuSeconds() const {
-        if (status) return cpu().total();
-        clockid_t clock{};
-        timespec used{};
-        if (clock_getcpuclockid(process, &clock) != 0 || clock_gettime(clock, &used) != 0) return 0;
-        return static_cast<double>(used.tv_sec) + static_cast<double>(used.tv_nsec) / 1e9;
-    }
-    /** Its peak resident memory in KiB, once it has ended. */
-    long peakResidentKiB() const { return usage.ru_maxrss; }
-
-private:
-    void end() {
-        if (status) return;
-        kill(process, SIGTERM);
-        if (!wait(std::chrono::seconds(5))) {
-            kill(process, SIGKILL);
-            wait(std::chrono::seconds(5));
-        }
-    }
-
-    pid_t process = -1;
-    int watch = -1;
-    std::optional<int> status;
-    rusage usage{};
-};
-
-/* The tetherhost simulator on 127.0.0.1:4001 with the benchmark's chain and
- * `options`, ready once its pid file is written (after every port listens).
- * Ended (and its trace complete) when it goes. */
-class Simulator {
-public:
-    explicit Simulator(const std::vector<std::string>& options) {
-        const std::string pidFile = scratch.file("tetherhost.pid");
-        std::vector<std::string> arguments = {"tetherhost", "--idle-exit",      "0", "--pid-file", pidFile,
-                                              "--chain",    bench::svfChainName};
-        arguments.insert(arguments.end(), options.begin(), options.end());
-        // The watch is set before the start, so the write cannot be missed.
-        const Descriptor changes(inotify_init1(IN_CLOEXEC));
-        if (changes.number < 0 || inotify_add_watch(changes.number, scratch.directory().c_str(), IN_CLOSE_WRITE) < 0)
-            throw std::runtime_error("cannot watch the scratch directory");
-        process.emplace(TETHERHOST_SIMULATOR_PROGRAM, arguments);
-        const auto deadline = Clock::now() + std::chrono::seconds(10);
-        while (fileText(pidFile).empty()) {
-            pollfd events[] = {{changes.number, POLLIN, 0}, {process->exitDescriptor(), POLLIN, 0}};
-            const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
-            char drained[4096];
-            if (left.count() <= 0 || poll(events, 2, static_cast<int>(left.count())) <= 0 ||
-                (events[1].revents & POLLIN) != 0 || read(changes.number, drained, sizeof drained) < 0)
-                throw std::runtime_error("the simulator did not start listening");
-        }
-    }
-    double cpuSeconds() const { return process->cpuSeconds(); }
-
-private:
-    ScratchDir scratch;
-    std::optional<Child> process;
-};
-
-/* What a program run to its end did. */
-struct ProcessRun {
-    std::string output;
-    double seconds = 0;  // from its start to its end, by our clock
-    Cpu cpu;
-    long peakResidentKiB = 0;
-};
-
-/* Runs a program to its end, its output in `outputPath`. Throws when it
- * fails or outlives toolPatience. */
 ProcessRun runProgram(const std::string& program, const std::vector<std::string>& arguments,
                       const std::string& outputPath) {
-    const auto start = Clock::now();
-    Child child(program, arguments, outputPath);
-    const std::optional<int> status = child.wait(toolPatience);
-    const double elapsed = std::chrono::duration<double>(Clock::now() - start).count();
-    const std::string output = fileText(outputPath);
-    if (!status) throw std::runtime_error(arguments[0] + " did not finish:\n" + output);
-    if (!WIFEXITED(*status) || WEXITSTATUS(*status) != 0)
-        throw std::runtime_error(arguments[0] + " failed:\n" + output);
-    return {output, elapsed, child.cpu(), child.peakResidentKiB()};
+    return bench::runProgram(program, arguments, outputPath, toolPatience);
 }
 
 /* An SVF file as the benchmark writes it: `pattern`'s scans `repeat` times. */
@@ -495,7 +331,7 @@ void BM_SvfPlay(benchmark::State& state, File kind) {
         // The long file plays in a tenth of a second, the short pairs in seconds.
         const int passes = longScan ? 5 : 1;
         const Workload workload = longScan ? longScanFile(longScanBits) : pairsFile(shortPairs);
-        const ScratchDir scratch;
+        const ScratchDir scratch("svfbench");
         const std::string svfPath = scratch.file("played.svf");
         const std::string emptyPath = scratch.file("empty.svf");
         const std::uint64_t fileBytes = workload.write(svfPath);
@@ -615,7 +451,7 @@ BENCHMARK_CAPTURE(BM_SvfPlay, ShortPairs10000, File::ShortPairs)
  * memory needs no more for the large file. */
 void BM_SvfMemory(benchmark::State& state) {
     guarded(state, [&] {
-        const ScratchDir scratch;
+        const ScratchDir scratch("svfbench");
         const std::string smallPath = scratch.file("small.svf");
         const std::string largePath = scratch.file("large.svf");
         const Workload small = {{bench::selectIdcode(), bench::longScan(memoryScanBits)}, 1};
