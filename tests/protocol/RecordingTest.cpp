@@ -8,44 +8,18 @@
 
 #include <fstream>
 #include <nlohmann/json.hpp>
-#include <set>
 #include <string>
 #include <vector>
 
-#include "Client.h"
 #include "Conversation.h"
+#include "JtagScanSession.h"
 #include "MessageLog.h"
-#include "ProtocolTesting.h"
-#include "ScriptedPeer.h"
 #include "TempDir.h"
 
 namespace {
 
 using namespace tetherhost::test;
 using nlohmann::json;
-
-/* The session of jtag-scan-session.jsonl, made by the library against a
- * peer that plays it; `log` (when given) receives the messages posted. */
-void runJtagScanSession(const MessageLog* log = nullptr) {
-    auto peer = ScriptedPeer::listening();
-    peer->play(conversationNamed("jtag-scan-session")).start();
-    std::vector<char> name = nameBuffer("board1");
-    Client client(name.data());
-    if (log != nullptr) log->attach(client);
-    ASSERT_EQ(client.Connect(nullptr, nullptr, nullptr), 0) << peer->failure();
-    EXPECT_EQ(client.Send(4, "app", "user", 0), 0);
-    EXPECT_EQ(client.Send(33), 0);
-    const unsigned char tdi[] = {0x3F};
-    const unsigned char expected[] = {0x00};
-    EXPECT_EQ(client.Send(44, 12, 0, 6, 1, 0, tdi, expected), 0);
-    char tdo[1] = {};
-    EXPECT_EQ(client.GetTDO(tdo, 6), 0);
-    EXPECT_EQ(tdo[0], 0x2A);
-    EXPECT_EQ(client.Send(34), 0);
-    EXPECT_EQ(client.Send(35), 0);
-    EXPECT_EQ(client.Disconnect(), 0);
-    EXPECT_TRUE(peer->finish()) << peer->failure();
-}
 
 std::vector<json> jsonLines(const std::string& path) {
     std::vector<json> lines;
@@ -65,7 +39,7 @@ protected:
 TEST_F(Recording, ARecordedSessionIsTheConversationItHad) {
     const std::string path = folder.file("session.jsonl");
     record(path);
-    runJtagScanSession();
+    playJtagScanSession();
     const Conversation recorded = readConversation(path);
     const Conversation played = conversationNamed("jtag-scan-session");
     ASSERT_EQ(recorded.size(), played.size());
@@ -78,7 +52,7 @@ TEST_F(Recording, ARecordedSessionIsTheConversationItHad) {
 TEST_F(Recording, EveryLineNamesTheConnectionAndClientWithTheResultAndATime) {
     const std::string path = folder.file("session.jsonl");
     record(path);
-    runJtagScanSession();
+    playJtagScanSession();
     const std::vector<json> lines = jsonLines(path);
     ASSERT_FALSE(lines.empty());
     const std::string connection = lines.front()["conn"];
@@ -98,8 +72,8 @@ TEST_F(Recording, EveryLineNamesTheConnectionAndClientWithTheResultAndATime) {
 TEST_F(Recording, TwoConnectionsRecordedIntoOneFileAreNamedApart) {
     const std::string path = folder.file("sessions.jsonl");
     record(path);
-    runJtagScanSession();
-    runJtagScanSession();
+    playJtagScanSession();
+    playJtagScanSession();
     const std::vector<json> lines = jsonLines(path);
     std::vector<std::string> order;
     for (const json& line : lines)
@@ -111,10 +85,10 @@ TEST_F(Recording, TwoConnectionsRecordedIntoOneFileAreNamedApart) {
 
 TEST_F(Recording, AFileThatCannotBeOpenedChangesNothing) {
     const MessageLog unrecorded;
-    runJtagScanSession(&unrecorded);
+    playJtagScanSession(&unrecorded);
     record(folder.file("no-such-folder/session.jsonl"));
     const MessageLog recorded;
-    runJtagScanSession(&recorded);
+    playJtagScanSession(&recorded);
     EXPECT_EQ(recorded.lines(), unrecorded.lines());
     EXPECT_FALSE(std::ifstream(folder.file("no-such-folder/session.jsonl")).good());
 }
