@@ -101,12 +101,16 @@ void startRecording(int socket, const char* clientName) {
     recording.connection = processTag() + number;
     // A socket number still listed belonged to a connection closed without
     // Disconnect (a Connect that replaced it): its recording ends here.
-    const auto [entry, added] = recordings.try_emplace(socket);
-    if (added)
+    // Not try_emplace: in a build without optimisation its
+    // std::piecewise_construct would join the library's exported symbols.
+    const auto listed = recordings.find(socket);
+    if (listed != recordings.end()) {
+        ::close(listed->second.file);
+        listed->second = std::move(recording);
+    } else {
+        recordings.insert({socket, std::move(recording)});
         ++recordedSockets;
-    else
-        ::close(entry->second.file);
-    entry->second = std::move(recording);
+    }
 }
 
 void stopRecording(int socket) {
