@@ -24,7 +24,7 @@ namespace {
 
 using namespace tetherhost::svf;
 
-constexpr std::uint64_t longestComposed = 64 * 1024;
+constexpr std::uint64_t longestComposed = std::uint64_t{64} * 1024;
 
 /* Hands out `text` `piece` bytes at a time and says only that much is
  * ready, as a pipe does. */
