@@ -154,11 +154,18 @@ protected:
     std::string registers() {
         char name[] = "registers";
         Client client(name);
-        if (client.Connect(nullptr, nullptr, nullptr) != 0) return "no connection";
-        std::string text = "state " + std::to_string(client.Send(44, 8)) + " " + client.Read() + "\n";
+        // Each read must work, or two failed reads would compare equal.
+        const int connected = client.Connect(nullptr, nullptr, nullptr);
+        EXPECT_EQ(connected, 0);
+        if (connected != 0) return "no connection";
+        const int state = client.Send(44, 8);
+        EXPECT_GE(state, 0);
+        std::string text = "state " + std::to_string(state) + " " + client.Read() + "\n";
         for (std::size_t i = 0; i < devices.size(); ++i) {
-            client.Send(44, 23, static_cast<int>(i));
-            text += std::string(client.Read()) + "\n";
+            EXPECT_EQ(client.Send(44, 23, static_cast<int>(i)), static_cast<int>(devices.size()));
+            const std::string device = client.Read();
+            EXPECT_EQ(device.rfind(devices[i].name + ";instruction=", 0), 0U) << device;
+            text += device + "\n";
         }
         client.Disconnect();
         return text;
