@@ -73,7 +73,9 @@ public:
     Conversation(asio::ip::tcp::socket& socket, ServerState& state, ConnectionId id)
         : socket(socket), state(state), cable(state.cable), id(id), watch(socket, state.limits.stallTimeout) {}
 
-    asio::awaitable<void> run();
+    /** Serves the connection to its end: from the introduction, or from
+     * where `handover` (when given) leaves it. */
+    asio::awaitable<void> run(const Handover* handover = nullptr);
 
 private:
     /* Bytes [offset, offset + length) of the data a read-back returns. */

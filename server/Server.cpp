@@ -16,6 +16,7 @@
 #include <string>
 
 #include "server/ChainDoor.h"
+#include "server/Replay.h"
 
 namespace tetherhost::sim {
 
@@ -128,8 +129,13 @@ bool Server::refuseWithSpare(asio::ip::tcp::acceptor& from) {
 }
 
 asio::awaitable<void> Server::serve(asio::ip::tcp::socket socket, ConnectionId id, Door door) {
+    // Under --replay-then-model the model serves the connections beyond the
+    // recording.
+    const bool replayed = replayRun != nullptr && !(replayRun->thenModel() && replayRun->exhausted());
     try {
-        if (door == Door::Library)
+        if (door == Door::Library && replayed)
+            co_await serveReplayed(socket, state, id, *replayRun);
+        else if (door == Door::Library)
             co_await serveConnection(socket, state, id);
         else if (door == Door::RemoteBitbang)
             co_await serveChainDoor(socket, state, id, "remote_bitbang", remoteBitbangDoor);
@@ -140,6 +146,7 @@ asio::awaitable<void> Server::serve(asio::ip::tcp::socket socket, ConnectionId i
         // the connection. It is counted out all the same; the others go on.
     }
     if (--state.connected == 0) armIdleTimer();
+    if (door == Door::Library && replayRun != nullptr && !replayRun->thenModel() && replayRun->done()) stop();
 }
 
 void Server::armIdleTimer() {

@@ -1,7 +1,9 @@
 /* Server: listens on 127.0.0.1, runs one coroutine per connection (a
- * Session for the library's clients, a ChainDoor connection on the
- * remote_bitbang and XVC doors), all on one io_context thread, and stops on
- * SIGINT or SIGTERM, or after a time without clients. */
+ * Session for the library's clients, or the replay of a recorded connection
+ * under --replay; a ChainDoor connection on the remote_bitbang and XVC
+ * doors), all on one io_context thread, and stops on SIGINT or SIGTERM,
+ * after a time without clients, or when a replay has served its
+ * recording. */
 #ifndef TETHERHOST_SERVER_SERVER_H
 #define TETHERHOST_SERVER_SERVER_H
 
@@ -18,6 +20,8 @@
 #include "server/Trace.h"
 
 namespace tetherhost::sim {
+
+class ReplayRun;
 
 class Server {
 public:
@@ -39,6 +43,10 @@ public:
     /** Starts accepting, the idle timer and the signal handling; io.run()
      * then serves until the server stops. */
     void start();
+    /** Serves the library's clients from `run` (--replay): each connection
+     * takes the next recorded one. Without --replay-then-model the server
+     * stops once every recorded connection has been replayed. */
+    void replay(ReplayRun& run) { replayRun = &run; }
 
 private:
     /** Which protocol a listening socket serves. */
@@ -62,6 +70,7 @@ private:
     /* Held open so that, with every other descriptor in use, one is left to
      * accept a waiting connection and close it. */
     int spareDescriptor = -1;
+    ReplayRun* replayRun = nullptr;
 };
 
 }  // namespace tetherhost::sim

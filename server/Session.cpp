@@ -9,16 +9,24 @@
 
 namespace tetherhost::sim {
 
-asio::awaitable<void> Conversation::run() {
-    state.trace.event(where(), "connected");
+asio::awaitable<void> Conversation::run(const Handover* handover) {
+    if (handover != nullptr) {
+        clientName = handover->clientName;
+        reader.feed(handover->received.data(), handover->received.size());
+        state.trace.event(where(), "the model goes on after the recording");
+    } else {
+        state.trace.event(where(), "connected");
+    }
     std::string reason = "client left";
     std::exception_ptr unexpected;
     try {
         // Receives are made when the socket is readable, into the buffer
         // all connections share.
         socket.non_blocking(true);
-        clientName = co_await token("name");
-        co_await send(plusFrame, "answer", true);
+        if (handover == nullptr) {
+            clientName = co_await token("name");
+            co_await send(plusFrame, "answer", true);
+        }
         for (;;) co_await next();
     } catch (const ProtocolError& error) {
         reason = error.what();
@@ -132,6 +140,12 @@ asio::awaitable<int> Conversation::sharedApps() {
 asio::awaitable<void> serveConnection(asio::ip::tcp::socket& socket, ServerState& state, ConnectionId id) {
     Conversation conversation(socket, state, id);
     co_await conversation.run();
+}
+
+asio::awaitable<void> serveConnection(asio::ip::tcp::socket& socket, ServerState& state, ConnectionId id,
+                                      Handover handover) {
+    Conversation conversation(socket, state, id);
+    co_await conversation.run(&handover);
 }
 
 std::string statusReport(const ServerState& state) {

@@ -9,6 +9,7 @@
 #include <asio/ip/tcp.hpp>
 #include <array>
 #include <cstdint>
+#include <string>
 
 #include "server/Cable.h"
 #include "server/Limits.h"
@@ -41,6 +42,21 @@ struct ServerState {
 /** Serves `socket` until the client leaves or breaks the protocol; however
  * it ends, the connection's locks are released and the socket is closed. */
 asio::awaitable<void> serveConnection(asio::ip::tcp::socket& socket, ServerState& state, ConnectionId id);
+
+/** A connection that the model takes over part-way, after a replayed
+ * recording (--replay-then-model): the client has introduced itself as
+ * `clientName`, and `received` holds the bytes it sent that were not taken
+ * yet. The model goes on between two commands, with the locks the
+ * connection holds in the server's state. */
+struct Handover {
+    std::string clientName;
+    std::string received;
+};
+
+/** Serves `socket` from where `handover` leaves it, as serveConnection does
+ * after an introduction. */
+asio::awaitable<void> serveConnection(asio::ip::tcp::socket& socket, ServerState& state, ConnectionId id,
+                                      Handover handover);
 
 /** The text reply of command 1: the server's name and version and, as
  * ";"-separated fields, the clients connected now, the connections served so

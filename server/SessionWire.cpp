@@ -4,16 +4,11 @@
  * apart as well as a server can. */
 #include "server/Conversation.h"
 
-#include <linux/sockios.h>
-#include <sys/ioctl.h>
-
 #include <algorithm>
-#include <asio/steady_timer.hpp>
 #include <asio/use_awaitable.hpp>
 #include <asio/write.hpp>
-#include <chrono>
 
-#include "support/ReceiveQueue.h"
+#include "server/ClientDrain.h"
 
 namespace tetherhost::sim {
 
@@ -122,32 +117,8 @@ asio::awaitable<void> Conversation::send(std::string_view frame, std::string_vie
 
 asio::awaitable<void> Conversation::acknowledge(std::string_view item) { co_await send(plusFrame, item, true); }
 
-/* Waits until the client has read everything sent so far: our unsent queue
- * is empty and the client's socket holds no unread bytes. Polled with a
- * timer, so the other connections go on being served meanwhile. */
-asio::awaitable<void> Conversation::waitClientDrained() {
-    using namespace std::chrono;
-    constexpr auto patience = seconds(10);
-    constexpr auto longestPause = microseconds(1000);
-    const int descriptor = socket.native_handle();
-    const auto deadline = steady_clock::now() + patience;
-    asio::steady_timer timer(socket.get_executor());
-    microseconds pause(0);
-    for (;;) {
-        int unsent = 0;
-        const long unread = peerUnreadBytes(descriptor);
-        if (ioctl(descriptor, SIOCOUTQNSD, &unsent) != 0) unsent = 0;
-        if (unread == 0 && unsent == 0) co_return;
-        if (steady_clock::now() >= deadline) co_return;  // a client that stopped reading gets it anyway
-        // When the kernel cannot tell (-1), one pause of the longest length
-        // stands in for the answer.
-        pause =
-            unread < 0 ? longestPause : std::min(pause == microseconds(0) ? microseconds(10) : pause * 2, longestPause);
-        timer.expires_after(pause);
-        co_await timer.async_wait(use_awaitable);
-        if (unread < 0) co_return;
-    }
-}
+/* Waits until the client has read everything sent so far (ClientDrain). */
+asio::awaitable<void> Conversation::waitClientDrained() { co_await sim::waitClientDrained(socket); }
 
 /* Read-back data: a single block is one send of exactly byteCount bytes,
  * of which the library keeps byteCount (with nothing to return, one byte

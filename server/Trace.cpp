@@ -6,12 +6,13 @@ namespace {
 
 constexpr std::size_t shownCharacters = 64;
 
-/* The text up to its first NUL, C-escaped and cut; blanks are escaped too
- * when the result stands unquoted in a line (a client's name). */
-std::string escaped(std::string_view frame, bool blanks) {
+/* The text up to its first NUL, C-escaped and cut after `shown`
+ * characters; blanks are escaped too when the result stands unquoted in a
+ * line (a client's name). */
+std::string escaped(std::string_view frame, bool blanks, std::size_t shown = shownCharacters) {
     const std::string_view text = frame.substr(0, frame.find('\0'));
     std::string result;
-    for (std::size_t i = 0; i < text.size() && i < shownCharacters; ++i) {
+    for (std::size_t i = 0; i < text.size() && i < shown; ++i) {
         const auto c = static_cast<unsigned char>(text[i]);
         if (c == '"' || c == '\\') {
             result += '\\';
@@ -24,7 +25,7 @@ std::string escaped(std::string_view frame, bool blanks) {
             result += static_cast<char>(c);
         }
     }
-    if (text.size() > shownCharacters) result += "...";
+    if (text.size() > shown) result += "...";
     return result;
 }
 
@@ -58,6 +59,10 @@ void Trace::data(const Where& where, char direction, std::string_view item, std:
 
 void Trace::event(const Where& where, std::string_view what) {
     if (out != nullptr) write(where, '=', "event", quoted(what));
+}
+
+void Trace::divergence(const Where& where, std::string_view report) {
+    if (out != nullptr) write(where, '=', "diverged", "\"" + escaped(report, false, report.size()) + "\"");
 }
 
 void Trace::write(const Where& where, char direction, std::string_view item, const std::string& rest) {

@@ -45,6 +45,9 @@ public:
     void data(const Where& where, char direction, std::string_view item, std::size_t length);
     /** A connection event: opened, closed and why. */
     void event(const Where& where, std::string_view what);
+    /** A replay's report of where a client left its recording: an event
+     * whose text (item "diverged") is escaped but never cut. */
+    void divergence(const Where& where, std::string_view report);
 
 private:
     void write(const Where& where, char direction, std::string_view item, const std::string& rest);

@@ -10,6 +10,7 @@
 #include <csignal>
 #include <cstdio>
 #include <fstream>
+#include <optional>
 #include <string>
 #include <system_error>
 
@@ -17,6 +18,7 @@
 #include "server/Cable.h"
 #include "server/ChainFile.h"
 #include "server/Limits.h"
+#include "server/Replay.h"
 #include "server/Server.h"
 #include "server/Trace.h"
 
@@ -33,6 +35,8 @@ struct Options {
     int remoteBitbangPort = 0;  // 0: no remote_bitbang door
     int xvcPort = 0;            // 0: no XVC door
     bool realTime = false;
+    std::string replay;  // a recording to replay; empty: the model serves
+    bool replayThenModel = false;
 };
 
 /* A program that starts us may hand down any of its descriptors; holding on
@@ -98,6 +102,14 @@ int main(int argc, char** argv) try {
     app.add_flag("--real-time", options.realTime,
                  "JTAG operations on the library's port take their virtual TCK time in wall time "
                  "(by default the virtual clock only counts)");
+    CLI::Option* replay =
+        app.add_option("--replay", options.replay,
+                       "serve the connections recorded in FILE (TETHERHOST_RECORD) in order, checking every byte "
+                       "the clients send; exit status 1 when a client leaves its recording");
+    app.add_flag("--replay-then-model", options.replayThenModel,
+                 "with --replay: once a connection's recording ends, the model goes on with it, and serves the "
+                 "connections beyond the recording")
+        ->needs(replay);
     CLI11_PARSE(app, argc, argv);
     options.limits.stallTimeout = std::chrono::seconds(options.stallTimeout);
 
@@ -110,6 +122,13 @@ int main(int argc, char** argv) try {
         return 2;
     }
     config.realTime = options.realTime;
+    std::optional<ReplayRun> replayRun;
+    try {
+        if (!options.replay.empty()) replayRun.emplace(options.replay, options.replayThenModel, options.trace != "-");
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "tetherhost: %s\n", error.what());
+        return 2;
+    }
     Trace trace;
     if (!options.trace.empty() && !trace.open(options.trace)) {
         std::fprintf(stderr, "tetherhost: cannot write the trace to %s\n", options.trace.c_str());
@@ -119,6 +138,7 @@ int main(int argc, char** argv) try {
     asio::io_context io(1);
     Cable cable(config);
     Server server(io, cable, trace, options.limits, std::chrono::seconds(options.idleExit));
+    if (replayRun) server.replay(*replayRun);
     // The doors listen first: once the library's port answers, every door does.
     int listening = options.remoteBitbangPort;
     try {
@@ -139,11 +159,13 @@ int main(int argc, char** argv) try {
             return 2;
         }
     }
-    detachStandardStreams(options.trace == "-");
+    // A replay keeps standard error: its reports go there.
+    detachStandardStreams(options.trace == "-" || replayRun);
     server.start();
     io.run();
+    const int status = replayRun ? replayRun->finish(trace) : 0;
     if (!options.pidFile.empty()) unlink(options.pidFile.c_str());
-    return 0;
+    return status;
 } catch (const std::exception& error) {
     std::fprintf(stderr, "tetherhost: %s\n", error.what());
     return 1;
