@@ -25,8 +25,8 @@ using protocol::Marshal;
  * does not hold both locks. */
 constexpr char pollFrame[] = "8888";
 
-/* Command 4's option table: always ten frames, slots 3 and 7 default to 1. */
-constexpr int optionCount = 10;
+/* Command 4's option table: slots 3 and 7 default to 1. */
+constexpr int optionCount = protocol::sessionOptionCount;
 constexpr int defaultOptions[optionCount] = {0, 0, 0, 1, 0, 0, 0, 1, 0, 0};
 
 using BusTransfer = int (Client::*)(int&, int, int, va_list);

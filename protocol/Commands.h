@@ -17,18 +17,26 @@ namespace tetherhost::protocol {
 namespace command {
 inline constexpr int statusReport = 1;
 inline constexpr int openSession = 4;
+inline constexpr int genericShift = 19;
 inline constexpr int commandLock = 33;
 inline constexpr int releaseCommandLock = 34;
 inline constexpr int releaseSessionLock = 35;
+inline constexpr int sharedApps = 41;
 inline constexpr int pumpData = 42;
 inline constexpr int sharedAppList = 43;
 inline constexpr int jtagInterface = 44;
 inline constexpr int i2cWrite = 46;
+inline constexpr int i2cReadThenWrite = 47;
 inline constexpr int i2cWriteReadBack = 48;
 inline constexpr int sspiWrite = 50;
+inline constexpr int sspiReadThenWrite = 51;
 inline constexpr int sspiWriteReadBack = 52;
+inline constexpr int lockPoll = 8888;  // sent in place of a lock-guarded command while a lock is missing
 inline constexpr int farewell = 9999;
 }  // namespace command
+
+/* Command 4 always sends this many option frames after its texts. */
+inline constexpr int sessionOptionCount = 10;
 
 /* JTAG-interface sub-commands (of command 44) named where code uses them.
  * Those after the JTAG shift are the simulator's control of the TAP for SVF
@@ -52,6 +60,52 @@ inline constexpr int tckFrequency = 22;     // Hz
 inline constexpr int deviceRegisters = 23;  // device index; text: its instruction and registers
 inline constexpr int runTest = 89;          // count high, count low, ns high, ns low, clock (0: TCK, 1: SCK)
 }  // namespace sub
+
+/* What the commands and sub-commands that people meet in a recording or a
+ * trace do, in a few words; the others are named by number only (null). */
+constexpr const char* commandName(int number) {
+    switch (number) {
+    case command::statusReport: return "status report";
+    case command::openSession: return "open session";
+    case command::genericShift: return "generic shift";
+    case command::commandLock: return "command lock";
+    case command::releaseCommandLock: return "release command lock";
+    case command::releaseSessionLock: return "release session lock";
+    case command::sharedApps: return "shared apps";
+    case command::pumpData: return "pump data";
+    case command::sharedAppList: return "shared app list";
+    case command::jtagInterface: return "JTAG interface";
+    case command::i2cWrite: return "I2C write";
+    case command::i2cReadThenWrite: return "I2C read, then write";
+    case command::i2cWriteReadBack: return "I2C write and read";
+    case command::sspiWrite: return "SSPI write";
+    case command::sspiReadThenWrite: return "SSPI read, then write";
+    case command::sspiWriteReadBack: return "SSPI write and read";
+    case command::lockPoll: return "the library's poll while it lacks a lock";
+    case command::farewell: return "farewell";
+    default: return nullptr;
+    }
+}
+
+constexpr const char* subCommandName(int number) {
+    switch (number) {
+    case sub::resetTaps: return "TAP reset";
+    case sub::toRunTestIdle: return "to Run-Test/Idle";
+    case sub::describeChain: return "describe the chain";
+    case sub::tapState: return "TAP state";
+    case sub::clockReport: return "virtual clock";
+    case sub::jtagShift: return "JTAG shift";
+    case sub::irEndState: return "end state of instruction scans";
+    case sub::drEndState: return "end state of data scans";
+    case sub::moveToState: return "to a stable state";
+    case sub::stepToState: return "one TCK cycle to a state";
+    case sub::trst: return "TRST";
+    case sub::tckFrequency: return "TCK frequency";
+    case sub::deviceRegisters: return "device registers";
+    case sub::runTest: return "RUNTEST";
+    default: return nullptr;
+    }
+}
 
 /* The flag bits of a JTAG shift (sub-command 12). */
 namespace shiftFlag {
@@ -124,7 +178,7 @@ constexpr Command shapeOf(int number) {
         return {.marshal = Marshal::Ints, .count = 2};
     case 12:
         return {.marshal = Marshal::TextsStrict, .count = 2};
-    case 19:
+    case command::genericShift:
         return {.marshal = Marshal::GenericShift};
     case 21:
         return {.marshal = Marshal::HeaderTrailer, .count = 8};
@@ -134,7 +188,7 @@ constexpr Command shapeOf(int number) {
         return {.marshal = Marshal::ReleaseCommandLock};
     case 35:
         return {.marshal = Marshal::ReleaseSessionLock};
-    case 41:
+    case command::sharedApps:
         return {.marshal = Marshal::SharedApps};
     case 42:
         return {.marshal = Marshal::PumpData};

@@ -14,8 +14,11 @@
 #ifndef TETHERHOST_PROTOCOL_FRAMES_H
 #define TETHERHOST_PROTOCOL_FRAMES_H
 
+#include <algorithm>
+#include <charconv>
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string_view>
 
 namespace tetherhost::protocol {
@@ -91,6 +94,23 @@ constexpr unsigned char reverseBits(unsigned char byte) {
         byte = static_cast<unsigned char>(byte >> 1);
     }
     return reversed;
+}
+
+/** An integer token as a receiving end reads it: decimal digits with an
+ * optional "-", nothing else; none when the text is not such a number or
+ * does not fit an int. */
+inline std::optional<int> parseInt(std::string_view text) {
+    int value = 0;
+    const char* end = text.data() + text.size();
+    const auto [stop, error] = std::from_chars(text.data(), end, value);
+    if (error != std::errc{} || stop != end) return std::nullopt;
+    return value;
+}
+
+/** Bytes that are all zero: the filler of a fixed frame, or an empty data
+ * slot. */
+inline bool allZero(std::string_view bytes) {
+    return std::all_of(bytes.begin(), bytes.end(), [](char c) { return c == '\0'; });
 }
 
 }  // namespace tetherhost::protocol

@@ -42,13 +42,14 @@
 namespace tetherhost::sim {
 
 namespace protocol = tetherhost::protocol;
+using protocol::allZero;
 using protocol::BlockShape;
 using protocol::FrameReader;
 using protocol::frameSize;
+using protocol::parseInt;
 using protocol::plusFrame;
+using protocol::sessionOptionCount;
 
-/* Command 4 always sends this many option frames. */
-inline constexpr int sessionOptionCount = 10;
 /* Of each chunked block a connection keeps this much outside the shared
  * transfer memory: the one-call shift needs it to follow the wire, and
  * it is bounded per connection like its receive buffer. */
@@ -61,8 +62,6 @@ public:
     using std::runtime_error::runtime_error;
 };
 
-std::optional<int> parseInt(std::string_view text);
-bool allZero(std::string_view bytes);
 /* `length` bytes of `bytes` from `offset`, zeros where it has none. */
 std::string slice(const std::string& bytes, std::size_t offset, std::size_t length);
 /* The first characters of a client's text, printable, for an error. */

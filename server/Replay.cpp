@@ -13,12 +13,14 @@
 
 #include "server/ClientDrain.h"
 #include "server/Locks.h"
-#include "server/RecordedCommands.h"
+#include "protocol/RecordedCommands.h"
 #include "server/StallWatch.h"
 
 namespace tetherhost::sim {
 namespace {
 
+using protocol::ClientItem;
+using protocol::RecordedCommands;
 using protocol::RecordedConnection;
 using protocol::RecordedStep;
 using Kind = RecordedStep::Kind;

@@ -2,22 +2,7 @@
  * to values off the wire. */
 #include "server/Conversation.h"
 
-#include <algorithm>
-#include <charconv>
-
 namespace tetherhost::sim {
-
-std::optional<int> parseInt(std::string_view text) {
-    int value = 0;
-    const char* end = text.data() + text.size();
-    const auto [stop, error] = std::from_chars(text.data(), end, value);
-    if (error != std::errc{} || stop != end) return std::nullopt;
-    return value;
-}
-
-bool allZero(std::string_view bytes) {
-    return std::all_of(bytes.begin(), bytes.end(), [](char c) { return c == '\0'; });
-}
 
 std::string slice(const std::string& bytes, std::size_t offset, std::size_t length) {
     std::string part = offset < bytes.size() ? bytes.substr(offset, length) : std::string();

@@ -67,6 +67,10 @@ struct SvfOptions {
     bool quiet = false;
 };
 
+struct DecodeOptions {
+    std::string file;  // a recording or a simulator trace
+};
+
 struct SendOptions {
     int command = 0;
     std::vector<std::string> arguments;
@@ -82,6 +86,9 @@ void runPump(const CommonOptions& common, const PumpOptions& options, Output& ou
 void runSend(const CommonOptions& common, const SendOptions& options, Output& out);
 void runSvf(const CommonOptions& common, const SvfOptions& options, Output& out);
 void runCodes(Output& out);
+/** Prints a recording or a trace as its conversation; needs no server.
+ * Throws UsageError for a file that is neither. */
+void runDecode(const DecodeOptions& options, Output& out);
 
 /** The scan or bus data of the last transfer with read-back: `byteCount`
  * bytes through GetTDO. Throws a Failure when GetTDO fails. */

@@ -82,6 +82,7 @@ int runTetherctl(int argc, char** argv) {
     PumpOptions pump;
     SendOptions send;
     SvfOptions svf;
+    DecodeOptions decode;
     std::function<void(Output&)> command;
 
     CLI::App app{"tetherctl: drive the tetherhost cable server through libtetherhost_client"};
@@ -152,6 +153,11 @@ int runTetherctl(int argc, char** argv) {
         ->check(CLI::IsMember({"int", "text", "list"}));
     sendCommand->add_flag("--session", send.session, "open the session and take the command lock first");
     sendCommand->callback([&] { command = [&](Output& out) { runSend(common, send, out); }; });
+
+    CLI::App* decodeCommand = app.add_subcommand(
+        "decode", "print a recording (TETHERHOST_RECORD) or a simulator trace as its conversation; needs no server");
+    decodeCommand->add_option("FILE", decode.file, "the recording or trace")->required();
+    decodeCommand->callback([&] { command = [&](Output& out) { runDecode(decode, out); }; });
 
     app.add_subcommand("codes", "list the status codes and what they mean")->callback([&] {
         command = [](Output& out) { runCodes(out); };

@@ -8,13 +8,15 @@
 #include <string>
 
 #include "protocol/Recording.h"
-#include "server/RecordedCommands.h"
+#include "protocol/RecordedCommands.h"
 #include "server/Replay.h"
 
 namespace tetherhost::sim {
 namespace {
 
 using namespace std::string_literals;
+using protocol::ClientItem;
+using protocol::RecordedCommands;
 using protocol::RecordedStep;
 using Kind = RecordedStep::Kind;
 using Role = ClientItem::Role;

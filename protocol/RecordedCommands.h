@@ -6,16 +6,17 @@
  * command 44, blocks and chunks for the transfers). Between the arguments
  * of one command and the frame of the next the client sends only "+"
  * tokens (reply, lock and go requests), which belong to the command before
- * them. The replay names with it the command a divergence falls in. */
-#ifndef TETHERHOST_SERVER_RECORDEDCOMMANDS_H
-#define TETHERHOST_SERVER_RECORDEDCOMMANDS_H
+ * them. The simulator's replay names with it the command a divergence
+ * falls in; tetherctl decode names every item of a recording with it. */
+#ifndef TETHERHOST_PROTOCOL_RECORDEDCOMMANDS_H
+#define TETHERHOST_PROTOCOL_RECORDEDCOMMANDS_H
 
 #include <cstddef>
 #include <string>
 #include <string_view>
 #include <vector>
 
-namespace tetherhost::sim {
+namespace tetherhost::protocol {
 
 /** One item of the client's bytes: a token, a block, a chunk. */
 struct ClientItem {
@@ -35,6 +36,7 @@ struct ClientItem {
     int sub = 0;  // command 44's sub-command, when hasSub
     bool hasSub = false;
     std::string item;  // its name, as the trace names items: "name", "command", "bits", "tdi", ...
+    bool raw = false;  // data bytes or a fixed frame, not a token
 
     /** The command as the trace's command field shows it: "44/12", "38",
      * "-" before the first. */
@@ -63,6 +65,6 @@ private:
     std::size_t total = 0;
 };
 
-}  // namespace tetherhost::sim
+}  // namespace tetherhost::protocol
 
 #endif

@@ -1,9 +1,8 @@
 /* RecordedCommands: the client's side of the conversation, walked with the
- * frame reader the sessions receive with and the argument shapes of
- * protocol/Commands.h, in the order the session's parts (Session.cpp,
- * SessionLocks.cpp, SessionTransfers.cpp, SessionJtag.cpp,
- * SessionOneCall.cpp) take them off the wire. */
-#include "server/RecordedCommands.h"
+ * frame reader the simulator's sessions receive with and the argument
+ * shapes of Commands.h, in the order the simulator's session takes them off
+ * the wire. */
+#include "protocol/RecordedCommands.h"
 
 #include <algorithm>
 #include <array>
@@ -13,62 +12,11 @@
 #include "protocol/Commands.h"
 #include "protocol/FrameReader.h"
 #include "protocol/Frames.h"
-#include "server/Conversation.h"
 
-namespace tetherhost::sim {
+namespace tetherhost::protocol {
 namespace {
 
-using protocol::BlockShape;
-using protocol::Marshal;
 using Role = ClientItem::Role;
-
-/* What the commands and sub-commands that people meet in a recording do;
- * the others are named by number only. */
-const char* commandName(int number) {
-    namespace command = protocol::command;
-    switch (number) {
-    case command::statusReport: return "status report";
-    case command::openSession: return "open session";
-    case 19: return "generic shift";
-    case command::commandLock: return "command lock";
-    case command::releaseCommandLock: return "release command lock";
-    case command::releaseSessionLock: return "release session lock";
-    case 41: return "shared apps";
-    case command::pumpData: return "pump data";
-    case command::sharedAppList: return "shared app list";
-    case command::jtagInterface: return "JTAG interface";
-    case command::i2cWrite: return "I2C write";
-    case 47: return "I2C read, then write";
-    case command::i2cWriteReadBack: return "I2C write and read";
-    case command::sspiWrite: return "SSPI write";
-    case 51: return "SSPI read, then write";
-    case command::sspiWriteReadBack: return "SSPI write and read";
-    case 8888: return "the library's poll while it lacks a lock";
-    case command::farewell: return "farewell";
-    default: return nullptr;
-    }
-}
-
-const char* subCommandName(int number) {
-    namespace sub = protocol::sub;
-    switch (number) {
-    case sub::resetTaps: return "TAP reset";
-    case sub::toRunTestIdle: return "to Run-Test/Idle";
-    case sub::describeChain: return "describe the chain";
-    case sub::tapState: return "TAP state";
-    case sub::clockReport: return "virtual clock";
-    case sub::jtagShift: return "JTAG shift";
-    case sub::irEndState: return "end state of instruction scans";
-    case sub::drEndState: return "end state of data scans";
-    case sub::moveToState: return "to a stable state";
-    case sub::stepToState: return "one TCK cycle to a state";
-    case sub::trst: return "TRST";
-    case sub::tckFrequency: return "TCK frequency";
-    case sub::deviceRegisters: return "device registers";
-    case sub::runTest: return "RUNTEST";
-    default: return nullptr;
-    }
-}
 
 /* The walk over one connection's client bytes. Every step either takes
  * bytes or ends the walk, so it ends for any input. */
@@ -90,12 +38,13 @@ private:
     /* The bytes end here, or stop making sense. */
     struct End {};
 
-    void add(std::size_t length, Role role, std::string_view item) {
+    void add(std::size_t length, Role role, std::string_view item, bool raw = false) {
         ClientItem added = context;
         added.begin = offset;
         added.length = length;
         added.role = role;
         added.item = item;
+        added.raw = raw;
         items.push_back(std::move(added));
         offset += length;
     }
@@ -115,9 +64,9 @@ private:
     std::optional<std::string> rawToken() {
         std::string text;
         switch (reader.token(text)) {
-        case protocol::FrameReader::Result::Ready: return text;
-        case protocol::FrameReader::Result::NeedMore: return std::nullopt;
-        case protocol::FrameReader::Result::Overlong: break;
+        case FrameReader::Result::Ready: return text;
+        case FrameReader::Result::NeedMore: return std::nullopt;
+        case FrameReader::Result::Overlong: break;
         }
         unexplained();
     }
@@ -131,8 +80,8 @@ private:
 
     std::string take(std::size_t count, std::string_view item) {
         std::string taken;
-        if (reader.take(count, taken) != protocol::FrameReader::Result::Ready) cutShort(Role::Argument, item);
-        add(count, Role::Argument, item);
+        if (reader.take(count, taken) != FrameReader::Result::Ready) cutShort(Role::Argument, item);
+        add(count, Role::Argument, item, true);
         return taken;
     }
 
@@ -144,7 +93,7 @@ private:
 
     /* A fixed 1024-byte frame holding a text: the text. */
     std::string fixedText(std::string_view item) {
-        const std::string frame = take(protocol::frameSize, item);
+        const std::string frame = take(frameSize, item);
         return frame.substr(0, frame.find('\0'));
     }
 
@@ -154,20 +103,20 @@ private:
         if (offset == bytes.size()) throw End{};
         const std::optional<std::string> frame = rawToken();
         if (!frame) {
-            const bool request = bytes[offset] == protocol::plus;
+            const bool request = bytes[offset] == plus;
             cutShort(request ? Role::Request : Role::CommandFrame, request ? "request" : "command");
         }
-        if (*frame == protocol::plusText) {
+        if (*frame == plusText) {
             const Role role = lockPending ? Role::LockRequest : Role::Request;
-            add(frame->size() + 1, role, lockPending ? "lock" : goPending ? "go" : "request");
+            add(frame->size() + 1, role, lockPending ? "lock" : goTokens > 0 ? "go" : "request");
             lockPending = false;
-            goPending = false;
+            if (goTokens > 0) --goTokens;
             return;
         }
         const std::optional<int> number = parseInt(*frame);
         context = ClientItem{};
         lockPending = false;
-        goPending = false;
+        goTokens = 0;
         if (!number) unexplained();
         context.command = *number;
         context.hasCommand = true;
@@ -176,7 +125,7 @@ private:
     }
 
     void arguments(int number, const std::string& commandToken) {
-        const protocol::Command shape = protocol::shapeOf(number);
+        const Command shape = shapeOf(number);
         switch (shape.marshal) {
         case Marshal::Nothing:
         case Marshal::Unknown:
@@ -204,34 +153,36 @@ private:
             break;
         case Marshal::CommandLock: lockPending = true; break;
         case Marshal::GenericShift: genericShift(); break;
-        case Marshal::SharedApps: take(protocol::frameSize, "block"); break;
+        case Marshal::SharedApps: take(frameSize, "block"); break;
         case Marshal::PumpData: pumpData(); break;
         case Marshal::JtagInterface: jtagInterface(commandToken); break;
         case Marshal::I2C:
         case Marshal::SSPI:
             // Commands 47 and 51 read first, then write and read.
-            if (shape.readOnlyFirst) transfer(shape.marshal, 0);
-            transfer(shape.marshal, shape.withWrite);
+            if (shape.readOnlyFirst) transfer(shape.marshal, 0, 0);
+            transfer(shape.marshal, shape.withWrite, shape.withReadBack);
             break;
         }
     }
 
-    /* A block of `shape`: whole, or in chunks of up to 1024 bytes (all of
-     * 1024 when `padded`). The first two chunks' bytes are returned. */
+    /* A block of `shape`: whole (named "block", as the simulator's trace
+     * names it), or in chunks of up to 1024 bytes (all of 1024 when
+     * `padded`), each named by `item` and its number. The first two chunks'
+     * bytes are returned. */
     std::string block(const BlockShape& shape, std::string_view item, bool padded = false) {
-        if (shape.single) return take(static_cast<std::size_t>(shape.byteCount), item);
+        if (shape.single) return take(static_cast<std::size_t>(shape.byteCount), "block");
         return chunks(shape.byteCount, item, padded);
     }
 
     std::string chunks(std::int64_t byteCount, std::string_view item, bool padded) {
         std::string head;
-        const auto frame = static_cast<std::int64_t>(protocol::frameSize);
+        const auto frame = static_cast<std::int64_t>(frameSize);
         int chunk = 0;
         for (std::int64_t at = 0; at < byteCount; at += frame) {
             const auto length = static_cast<std::size_t>(padded ? frame : std::min(frame, byteCount - at));
             const std::string name = std::string(item) + " chunk " + std::to_string(++chunk);
             const std::string taken = take(length, name);
-            if (head.size() < 2 * protocol::frameSize) head += taken;
+            if (head.size() < 2 * frameSize) head += taken;
         }
         return head;
     }
@@ -250,13 +201,19 @@ private:
     void pumpData() {
         const int bitCount = integer("bits");
         integer("mode");
-        integer("read-back");
+        const int readBack = integer("read-back");
         const BlockShape shape = BlockShape::ofTransfer(bitCount);
         if (shape.single && shape.byteCount <= 0) return;
         block(shape, "data");
+        if (readBack != 0) goTokens = readBackGoTokens(shape);
     }
 
-    void transfer(Marshal kind, int withWrite) {
+    /* A chunked read-back is answered chunk by chunk with a go token. */
+    static int readBackGoTokens(const BlockShape& shape) {
+        return shape.single ? 0 : static_cast<int>(shape.chunkCount);
+    }
+
+    void transfer(Marshal kind, int withWrite, int withReadBack) {
         integer("address");
         if (kind == Marshal::I2C) integer("device");
         const int bitCount = integer("bits");
@@ -264,6 +221,7 @@ private:
         const BlockShape shape = BlockShape::ofTransfer(bitCount);
         if (withWrite == 0 || (shape.single && shape.byteCount <= 0)) return;
         block(shape, "data");
+        if (withReadBack != 0) goTokens = readBackGoTokens(shape);
     }
 
     void jtagInterface(const std::string& commandToken) {
@@ -280,8 +238,7 @@ private:
         context.sub = *number;
         context.hasSub = true;
         add(frame->size() + 1, Role::Argument, "sub-command");
-        using protocol::SubPattern;
-        const protocol::SubCommand shape = protocol::subCommand(*number);
+        const SubCommand shape = subCommand(*number);
         switch (shape.pattern) {
         case SubPattern::Unknown:
         case SubPattern::NoArgs: break;
@@ -298,13 +255,13 @@ private:
             break;
         case SubPattern::IntThenEmptyText: integer("arg"); break;
         case SubPattern::FractionStrict: token("fraction"); break;
-        case SubPattern::FractionFixed: take(protocol::frameSize, "fraction"); break;
+        case SubPattern::FractionFixed: take(frameSize, "fraction"); break;
         case SubPattern::JtagShift: jtagShift(); break;
         }
     }
 
     void jtagShift() {
-        integer("flags");
+        const int flags = integer("flags");
         const int bitCount = integer("bits");
         const int withSecond = integer("second");
         const int withThird = integer("third");
@@ -321,26 +278,29 @@ private:
             else
                 chunks(shape.byteCount, names[i], true);
         }
-        goPending = true;
+        // The go token that asks for the status, then one per read-back
+        // chunk when the scan comes back.
+        const bool readsBack = withSecond % 2 != 0 && (flags & shiftFlag::noReadBack) == 0;
+        goTokens = 1 + (readsBack ? readBackGoTokens(shape) : 0);
     }
 
     void oneCallShift(const std::string& commandToken) {
-        take(protocol::frameSize - commandToken.size() - 2, "filler");
-        const std::string sub = fixedText("sub-command");
-        if (sub != std::to_string(protocol::sub::jtagShift)) unexplained();
-        context.sub = protocol::sub::jtagShift;
+        take(frameSize - commandToken.size() - 2, "filler");
+        const std::string subText = fixedText("sub-command");
+        if (subText != std::to_string(sub::jtagShift)) unexplained();
+        context.sub = sub::jtagShift;
         context.hasSub = true;
         const std::optional<int> flags = parseInt(fixedText("flags"));
         const std::optional<int> bitCount = parseInt(fixedText("bits"));
         if (!flags || !bitCount) unexplained();
-        if (*bitCount <= protocol::oneCallSingleFrameBits) {
-            take(protocol::frameSize, "tdi");
-            take(protocol::frameSize, "slot");
-            take(protocol::frameSize, "slot");
+        if (*bitCount <= oneCallSingleFrameBits) {
+            take(frameSize, "tdi");
+            take(frameSize, "slot");
+            take(frameSize, "slot");
             return;
         }
-        const std::int64_t byteCount = protocol::byteCountOf(*bitCount);
-        if (byteCount <= std::int64_t{2} * static_cast<std::int64_t>(protocol::frameSize)) unexplained();
+        const std::int64_t byteCount = byteCountOf(*bitCount);
+        if (byteCount <= std::int64_t{2} * static_cast<std::int64_t>(frameSize)) unexplained();
         const std::string head = chunks(byteCount, "tdi", false);
         laterSlots(head, byteCount);
     }
@@ -348,22 +308,22 @@ private:
     /* The one-call shift's second and third slots: each a copy of the first
      * slot or a zero frame, told apart by content as the session does. */
     void laterSlots(const std::string& head, std::int64_t byteCount) {
-        const auto frame = static_cast<std::int64_t>(protocol::frameSize);
-        const std::string firstChunk = head.substr(0, protocol::frameSize);
-        const std::string secondChunk = head.substr(protocol::frameSize, protocol::frameSize);
+        const auto frame = static_cast<std::int64_t>(frameSize);
+        const std::string firstChunk = head.substr(0, frameSize);
+        const std::string secondChunk = head.substr(frameSize, frameSize);
         for (int slot = 2; slot <= 3; ++slot) {
-            const std::string first = take(protocol::frameSize, "slot");
+            const std::string first = take(frameSize, "slot");
             if (!allZero(firstChunk)) {
                 if (first == firstChunk) {
                     chunks(byteCount - frame, "slot", false);
                     continue;
                 }
                 if (!allZero(first)) unexplained();
-                if (slot == 2) take(protocol::frameSize, "slot");
+                if (slot == 2) take(frameSize, "slot");
                 return;
             }
             if (slot == 3) return;
-            const std::string second = take(protocol::frameSize, "slot");
+            const std::string second = take(frameSize, "slot");
             if (!allZero(secondChunk) && second == secondChunk) {
                 chunks(byteCount - 2 * frame, "slot", false);
                 continue;
@@ -375,11 +335,11 @@ private:
 
     std::string_view bytes;
     std::vector<ClientItem>& items;
-    protocol::FrameReader reader;
+    FrameReader reader;
     std::size_t offset = 0;
     ClientItem context;        // the command being read
     bool lockPending = false;  // the next "+" asks for the lock of command 4 or 33
-    bool goPending = false;    // the next "+" is a JTAG shift's go token
+    int goTokens = 0;          // the next so many "+" are go tokens of the command being read
 };
 
 }  // namespace
@@ -426,4 +386,4 @@ ClientItem RecordedCommands::at(std::size_t offset) const {
     return beyond;
 }
 
-}  // namespace tetherhost::sim
+}  // namespace tetherhost::protocol
