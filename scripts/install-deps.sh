@@ -9,6 +9,7 @@ packages=(
   libgtest-dev libgmock-dev libbenchmark-dev
   libasio-dev libcli11-dev nlohmann-json3-dev
   doxygen
+  help2man abigail-tools dpkg-dev file
   openocd openfpgaloader
   clang libclang-rt-14-dev clang-format clang-tidy cppcheck valgrind
 )

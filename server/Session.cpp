@@ -6,6 +6,7 @@
 #include <exception>
 
 #include "support/HeapInUse.h"
+#include "tetherhost/version.h"
 
 namespace tetherhost::sim {
 
@@ -149,8 +150,9 @@ asio::awaitable<void> serveConnection(asio::ip::tcp::socket& socket, ServerState
 }
 
 std::string statusReport(const ServerState& state) {
-    return std::string("tetherhost simulator " TETHERHOST_VERSION) + ";clients=" + std::to_string(state.connected) +
-           ";connections=" + std::to_string(state.connections) + ";heap=" + std::to_string(heapInUse()) + ";";
+    return std::string("tetherhost simulator " TETHERHOST_VERSION_STRING) +
+           ";clients=" + std::to_string(state.connected) + ";connections=" + std::to_string(state.connections) +
+           ";heap=" + std::to_string(heapInUse()) + ";";
 }
 
 }  // namespace tetherhost::sim

@@ -21,6 +21,7 @@
 #include "server/Replay.h"
 #include "server/Server.h"
 #include "server/Trace.h"
+#include "tetherhost/version.h"
 
 namespace {
 
@@ -80,6 +81,10 @@ int main(int argc, char** argv) try {
 
     Options options;
     CLI::App app{"tetherhost: the tetherhost server simulator, a server on 127.0.0.1 with a virtual cable"};
+    app.set_version_flag("--version", "tetherhost " TETHERHOST_VERSION_STRING);
+    // Wide enough for the longest option with its type, so that every
+    // description starts in a column of its own (help2man reads them so).
+    app.get_formatter()->column_width(40);
     app.add_option("--port", options.port, "TCP port on 127.0.0.1 (default 4001)")->check(CLI::Range(1, 65535));
     app.add_option("--idle-exit", options.idleExit,
                    "exit after this many seconds without clients; 0: never (default 60)")

@@ -10,6 +10,7 @@
 #include "protocol/Commands.h"
 #include "protocol/Frames.h"
 #include "protocol/Status.h"
+#include "tetherhost/version.h"
 #include "tools/Failure.h"
 
 namespace tetherctl {
@@ -18,7 +19,7 @@ namespace {
 
 /* Command 4's two texts: who opens the session, and its version. */
 constexpr const char* sessionApplication = "tetherctl";
-constexpr const char* sessionVersion = TETHERCTL_VERSION;
+constexpr const char* sessionVersion = TETHERHOST_VERSION_STRING;
 
 namespace command = tetherhost::protocol::command;
 namespace status = tetherhost::protocol::status;

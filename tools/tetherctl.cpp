@@ -10,7 +10,9 @@
 #include <functional>
 #include <string>
 
+#include "tetherhost/version.h"
 #include "tools/Commands.h"
+#include "tools/CompletionWords.h"
 #include "tools/Failure.h"
 #include "tools/StatusCodes.h"
 
@@ -86,7 +88,10 @@ int runTetherctl(int argc, char** argv) {
     std::function<void(Output&)> command;
 
     CLI::App app{"tetherctl: drive the tetherhost cable server through libtetherhost_client"};
-    app.set_version_flag("--version", TETHERCTL_VERSION);
+    app.set_version_flag("--version", "tetherctl " TETHERHOST_VERSION_STRING);
+    // Wide enough for the longest option with its type, so that every
+    // description starts in a column of its own (help2man reads them so).
+    app.get_formatter()->column_width(40);
     // At most one subcommand; that one is given is checked after parsing, so
     // that a mistyped name is reported as such rather than as a missing one.
     app.require_subcommand(0, 1);
@@ -162,6 +167,15 @@ int runTetherctl(int argc, char** argv) {
     app.add_subcommand("codes", "list the status codes and what they mean")->callback([&] {
         command = [](Output& out) { runCodes(out); };
     });
+
+    // Hidden: the words the build turns into the bash completion and the man
+    // page's subcommand sections.
+    app.add_flag_callback("--completion-words",
+                          [&app] {
+                              std::fputs(completionWords(app).c_str(), stdout);
+                              throw CLI::Success();
+                          })
+        ->group("");
 
     try {
         app.parse(argc, argv);

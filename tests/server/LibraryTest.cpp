@@ -14,6 +14,7 @@
 #include "ClientUtils.h"
 #include "LByteBuffer.h"
 #include "SimulatorHarness.h"
+#include "tetherhost/version.h"
 
 namespace tetherhost::test {
 namespace {
@@ -304,7 +305,7 @@ TEST_F(Library, StatusReportIsTheTextReplyOfCommandOne) {
     const auto client = connect("status");
     EXPECT_EQ(client->Send(1), 0);
     const std::string report = client->Read();
-    EXPECT_EQ(report.rfind("tetherhost simulator 1.0.0;clients=1;", 0), 0U) << report;
+    EXPECT_EQ(report.rfind("tetherhost simulator " TETHERHOST_VERSION_STRING ";clients=1;", 0), 0U) << report;
     EXPECT_EQ(std::string(client->Read()), "");
 }
 

@@ -13,6 +13,7 @@
 
 #include "Client.h"
 #include "SimulatorHarness.h"
+#include "tetherhost/version.h"
 
 namespace tetherhost::test {
 namespace {
@@ -54,7 +55,8 @@ TEST(Startup, ConnectStartsTheSimulatorBesideTheProgramAndConnects) {
 
     EXPECT_EQ(client.Send(1), 0);
     const std::string report = client.Read();
-    EXPECT_EQ(report.rfind("tetherhost simulator 1.0.0;clients=1;connections=1;", 0), 0U) << report;
+    EXPECT_EQ(report.rfind("tetherhost simulator " TETHERHOST_VERSION_STRING ";clients=1;connections=1;", 0), 0U)
+        << report;
     EXPECT_EQ(client.Disconnect(), 0);
 
     ASSERT_EQ(kill(server, SIGTERM), 0);

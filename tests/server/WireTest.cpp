@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "SimulatorHarness.h"
+#include "tetherhost/version.h"
 
 namespace tetherhost::test {
 namespace {
@@ -164,7 +165,8 @@ TEST_F(Wire, CommandOneRepliesZeroThenTheStatusReport) {
     EXPECT_EQ(client->exchange("1"), plus);
     EXPECT_EQ(client->reply(), 0);
     const std::string report = client->replyText();
-    EXPECT_EQ(report.rfind("tetherhost simulator 1.0.0;clients=1;connections=1;heap=", 0), 0U) << report;
+    EXPECT_EQ(report.rfind("tetherhost simulator " TETHERHOST_VERSION_STRING ";clients=1;connections=1;heap=", 0), 0U)
+        << report;
     EXPECT_GT(statusField(report, "heap"), 0);
     ASSERT_TRUE(client->send(plus));
     EXPECT_EQ(client->receive(1024), wire("\0"));

@@ -2,7 +2,9 @@
 # builds the installed example host applications against it, as a user
 # would: the examples folder with find_package (C++17), and minimal_host once
 # more with pkg-config (C++11, the oldest standard the headers support). The
-# installed tetherctl must run without help from LD_LIBRARY_PATH.
+# installed tetherctl must run without help from LD_LIBRARY_PATH, and the
+# examples are installed as sources only: bin/ holds tetherctl and the
+# simulator, nothing else. LIBDIR is the build's CMAKE_INSTALL_LIBDIR.
 file(REMOVE_RECURSE "${WORK_DIR}")
 set(prefix "${WORK_DIR}/prefix")
 set(build "${WORK_DIR}/build")
@@ -19,6 +21,12 @@ foreach(installed bin/tetherctl bin/tetherhost share/doc/tetherhost/examples/CMa
   endif()
 endforeach()
 
+file(GLOB programs RELATIVE "${prefix}/bin" "${prefix}/bin/*")
+list(SORT programs)
+if(NOT programs STREQUAL "tetherctl;tetherhost")
+  message(FATAL_ERROR "installed programs: ${programs}")
+endif()
+
 # The installed tetherctl finds the installed library by itself.
 run("${prefix}/bin/tetherctl" codes)
 if(NOT output MATCHES "-1001: could not send to the server")
@@ -29,10 +37,10 @@ run(${CMAKE_COMMAND} -S "${examples}" -B "${build}" -G Ninja "-DCMAKE_PREFIX_PAT
     "-DCMAKE_CXX_FLAGS=-Wall -Wextra -Werror ${EXTRA_FLAGS}" -DCMAKE_CXX_STANDARD=17)
 run(${CMAKE_COMMAND} --build "${build}")
 
-run(${CMAKE_COMMAND} -E env "PKG_CONFIG_PATH=${prefix}/lib/pkgconfig"
+run(${CMAKE_COMMAND} -E env "PKG_CONFIG_PATH=${prefix}/${LIBDIR}/pkgconfig"
     pkg-config --cflags --libs tetherhost_client)
 string(STRIP "${output}" pkgFlags)
 separate_arguments(pkgFlags UNIX_COMMAND "${pkgFlags}")
 separate_arguments(extra UNIX_COMMAND "${EXTRA_FLAGS}")
 run(${CXX} -std=c++11 -Wall -Wextra -Werror ${extra} "${examples}/minimal_host.cpp" ${pkgFlags}
-    "-Wl,-rpath,${prefix}/lib" -o "${build}/minimal_host_pkgconfig")
+    "-Wl,-rpath,${prefix}/${LIBDIR}" -o "${build}/minimal_host_pkgconfig")

@@ -1,4 +1,7 @@
-/* A tiny host application: builds a Client, logs one message, prints it. */
+/* A tiny host application: builds a Client, logs one message, prints it,
+ * then the version of the headers it was built against. */
+#include <tetherhost/version.h>
+
 #include <cstdio>
 #include <fstream>
 #include <iostream>
@@ -15,5 +18,6 @@ int main(int argc, char** argv) {
     std::string line;
     std::getline(log, line);
     std::cout << line << "\n";
+    std::cout << "built against tetherhost " << TETHERHOST_VERSION_STRING << "\n";
     return line.find("consumer") == std::string::npos ? 5 : 0;
 }
