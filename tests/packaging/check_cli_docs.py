@@ -122,7 +122,7 @@ def check_man(program, page, subcommands):
 
 
 COMPLETIONS = [
-    (["tetherctl", ""], "chain shift sspi i2c pump svf send codes"),
+    (["tetherctl", ""], "chain shift sspi i2c pump svf send decode codes"),
     (["tetherctl", "s"], "shift sspi svf send"),
     (["tetherctl", "--"], "--help --version --name --server-dir --log --debug --json"),
     (["tetherctl", "svf", "--"], "--help --version --name --server-dir --log --debug --json --keep-going --dry-run --quiet"),
