@@ -21,10 +21,6 @@ namespace wire = tetherhost::wire;
 namespace message = tetherhost::message;
 using protocol::Marshal;
 
-/* Sent with its NUL in place of a lock-guarded command while the client
- * does not hold both locks. */
-constexpr char pollFrame[] = "8888";
-
 /* Command 4's option table: slots 3 and 7 default to 1. */
 constexpr int optionCount = protocol::sessionOptionCount;
 constexpr int defaultOptions[optionCount] = {0, 0, 0, 1, 0, 0, 0, 1, 0, 0};
@@ -112,7 +108,9 @@ int Client::Send(int command, ...) {
     auto run = [&]() -> int {
         if ((sessionMutex == 0 || commandMutex == 0) && protocol::isLockGuarded(command)) {
             PrintMessage(message::lockGuardedCommandWithheld, name, name);
-            const int polled = exchange(pollFrame, sizeof pollFrame, reply);
+            // The poll goes in the command's place, with its NUL.
+            commandFrame.setNumber(protocol::command::lockPoll);
+            const int polled = exchange(commandFrame.text(), commandFrame.textLength() + 1, reply);
             const int status = polled < 0 ? polled : 1;
             SetClientStatus(status);
             return status;

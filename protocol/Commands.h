@@ -2,8 +2,9 @@
  * numbers exist, which are lock-guarded, how each one's arguments travel, and
  * the argument patterns of the 144 JTAG-interface sub-commands, with names
  * for the numbers that the library, the simulator and tetherctl use by
- * number. Written once and shared by all of them, so no two can drift
- * apart. */
+ * number. Written once and shared by all of them (and printed into the
+ * Wireshark dissector's vocabulary by wireshark/Vocabulary.cpp), so no two
+ * can drift apart. */
 #ifndef TETHERHOST_PROTOCOL_COMMANDS_H
 #define TETHERHOST_PROTOCOL_COMMANDS_H
 
@@ -61,51 +62,63 @@ inline constexpr int deviceRegisters = 23;  // device index; text: its instructi
 inline constexpr int runTest = 89;          // count high, count low, ns high, ns low, clock (0: TCK, 1: SCK)
 }  // namespace sub
 
-/* What the commands and sub-commands that people meet in a recording or a
- * trace do, in a few words; the others are named by number only (null). */
-constexpr const char* commandName(int number) {
-    switch (number) {
-    case command::statusReport: return "status report";
-    case command::openSession: return "open session";
-    case command::genericShift: return "generic shift";
-    case command::commandLock: return "command lock";
-    case command::releaseCommandLock: return "release command lock";
-    case command::releaseSessionLock: return "release session lock";
-    case command::sharedApps: return "shared apps";
-    case command::pumpData: return "pump data";
-    case command::sharedAppList: return "shared app list";
-    case command::jtagInterface: return "JTAG interface";
-    case command::i2cWrite: return "I2C write";
-    case command::i2cReadThenWrite: return "I2C read, then write";
-    case command::i2cWriteReadBack: return "I2C write and read";
-    case command::sspiWrite: return "SSPI write";
-    case command::sspiReadThenWrite: return "SSPI read, then write";
-    case command::sspiWriteReadBack: return "SSPI write and read";
-    case command::lockPoll: return "the library's poll while it lacks a lock";
-    case command::farewell: return "farewell";
-    default: return nullptr;
-    }
+/* The numbers named above, each with a name for code and display filters
+ * and a few words for people: tetherctl decode and the Wireshark dissector
+ * (whose vocabulary is generated from these tables) show them. */
+struct NamedNumber {
+    int number;
+    const char* name;
+    const char* description;
+};
+
+inline constexpr NamedNumber commandNames[] = {
+    {.number = command::statusReport, .name = "statusReport", .description = "status report"},
+    {.number = command::openSession, .name = "openSession", .description = "open session"},
+    {.number = command::genericShift, .name = "genericShift", .description = "generic shift"},
+    {.number = command::commandLock, .name = "commandLock", .description = "command lock"},
+    {.number = command::releaseCommandLock, .name = "releaseCommandLock", .description = "release command lock"},
+    {.number = command::releaseSessionLock, .name = "releaseSessionLock", .description = "release session lock"},
+    {.number = command::sharedApps, .name = "sharedApps", .description = "shared apps"},
+    {.number = command::pumpData, .name = "pumpData", .description = "pump data"},
+    {.number = command::sharedAppList, .name = "sharedAppList", .description = "shared app list"},
+    {.number = command::jtagInterface, .name = "jtagInterface", .description = "JTAG interface"},
+    {.number = command::i2cWrite, .name = "i2cWrite", .description = "I2C write"},
+    {.number = command::i2cReadThenWrite, .name = "i2cReadThenWrite", .description = "I2C read, then write"},
+    {.number = command::i2cWriteReadBack, .name = "i2cWriteReadBack", .description = "I2C write and read"},
+    {.number = command::sspiWrite, .name = "sspiWrite", .description = "SSPI write"},
+    {.number = command::sspiReadThenWrite, .name = "sspiReadThenWrite", .description = "SSPI read, then write"},
+    {.number = command::sspiWriteReadBack, .name = "sspiWriteReadBack", .description = "SSPI write and read"},
+    {.number = command::lockPoll, .name = "poll", .description = "the library's poll while it lacks a lock"},
+    {.number = command::farewell, .name = "farewell", .description = "farewell"},
+};
+
+inline constexpr NamedNumber subCommandNames[] = {
+    {.number = sub::resetTaps, .name = "resetTaps", .description = "TAP reset"},
+    {.number = sub::toRunTestIdle, .name = "toRunTestIdle", .description = "to Run-Test/Idle"},
+    {.number = sub::describeChain, .name = "describeChain", .description = "describe the chain"},
+    {.number = sub::tapState, .name = "tapState", .description = "TAP state"},
+    {.number = sub::clockReport, .name = "clockReport", .description = "virtual clock"},
+    {.number = sub::jtagShift, .name = "jtagShift", .description = "JTAG shift"},
+    {.number = sub::irEndState, .name = "irEndState", .description = "end state of instruction scans"},
+    {.number = sub::drEndState, .name = "drEndState", .description = "end state of data scans"},
+    {.number = sub::moveToState, .name = "moveToState", .description = "to a stable state"},
+    {.number = sub::stepToState, .name = "stepToState", .description = "one TCK cycle to a state"},
+    {.number = sub::trst, .name = "trst", .description = "TRST"},
+    {.number = sub::tckFrequency, .name = "tckFrequency", .description = "TCK frequency"},
+    {.number = sub::deviceRegisters, .name = "deviceRegisters", .description = "device registers"},
+    {.number = sub::runTest, .name = "runTest", .description = "RUNTEST"},
+};
+
+/* The description of a named number, or null for the others. */
+template <std::size_t N>
+constexpr const char* describedIn(const NamedNumber (&table)[N], int number) {
+    for (const NamedNumber& entry : table)
+        if (entry.number == number) return entry.description;
+    return nullptr;
 }
 
-constexpr const char* subCommandName(int number) {
-    switch (number) {
-    case sub::resetTaps: return "TAP reset";
-    case sub::toRunTestIdle: return "to Run-Test/Idle";
-    case sub::describeChain: return "describe the chain";
-    case sub::tapState: return "TAP state";
-    case sub::clockReport: return "virtual clock";
-    case sub::jtagShift: return "JTAG shift";
-    case sub::irEndState: return "end state of instruction scans";
-    case sub::drEndState: return "end state of data scans";
-    case sub::moveToState: return "to a stable state";
-    case sub::stepToState: return "one TCK cycle to a state";
-    case sub::trst: return "TRST";
-    case sub::tckFrequency: return "TCK frequency";
-    case sub::deviceRegisters: return "device registers";
-    case sub::runTest: return "RUNTEST";
-    default: return nullptr;
-    }
-}
+constexpr const char* commandName(int number) { return describedIn(commandNames, number); }
+constexpr const char* subCommandName(int number) { return describedIn(subCommandNames, number); }
 
 /* The flag bits of a JTAG shift (sub-command 12). */
 namespace shiftFlag {

@@ -3,7 +3,8 @@
 
 The frame size (1024), the transfer failure codes (1001, 1002) and the "+"
 token have one home, protocol/ (Frames.h, Status.h); everywhere else they are
-used by name. This check reads every C++ file of the production folders,
+used by name. This check reads every C++ file of the production folders and
+the Wireshark dissector's Lua (which takes them from its generated table),
 strips comments and the contents of string and character literals, and
 reports each numeral 1024, 1001 or 1002 (integer or floating), each
 respelling of the frame size (0x400, a shift by 10), and each "+" string or
@@ -17,21 +18,23 @@ import os
 import re
 import sys
 
-FOLDERS = ["client", "clientutils", "platform", "wire", "support", "server", "tools", "include", "examples"]
+FOLDERS = ["client", "clientutils", "platform", "wire", "support", "server", "tools", "include", "examples",
+           "wireshark"]
 EXEMPT = {os.path.join("support", "ByteUnits.h")}
 NUMERAL = re.compile(r"(?<![\w.])(1024|1001|1002)(?![\w])|\b0[xX]0*400\b|<<\s*10\b")
 
 
-def strip(source):
+def strip(source, lua=False):
     """The source with comments removed and literals emptied; a "+" or '+'
-    literal becomes the marker PLUS_LITERAL. Line breaks are kept."""
+    literal becomes the marker PLUS_LITERAL. Line breaks are kept. Lua's
+    comments run from "--" to the end of the line."""
     out = []
     i, n = 0, len(source)
     while i < n:
-        if source.startswith("//", i):
+        if source.startswith("--" if lua else "//", i):
             end = source.find("\n", i)
             i = n if end < 0 else end
-        elif source.startswith("/*", i):
+        elif not lua and source.startswith("/*", i):
             end = source.find("*/", i + 2)
             end = n if end < 0 else end + 2
             out.append("\n" * source.count("\n", i, end))
@@ -56,14 +59,14 @@ def main():
     for folder in FOLDERS:
         for directory, _, files in os.walk(os.path.join(root, folder)):
             for name in sorted(files):
-                if not name.endswith((".h", ".hpp", ".cpp")):
+                if not name.endswith((".h", ".hpp", ".cpp", ".lua")):
                     continue
                 path = os.path.join(directory, name)
                 relative = os.path.relpath(path, root)
                 if relative in EXEMPT:
                     continue
                 with open(path, encoding="utf-8") as source:
-                    text = strip(source.read())
+                    text = strip(source.read(), lua=name.endswith(".lua"))
                 for number, line in enumerate(text.split("\n"), 1):
                     if NUMERAL.search(line) or "PLUS_LITERAL" in line:
                         print(f"{relative}:{number}: a wire constant written out: {line.strip()}")

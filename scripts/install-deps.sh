@@ -3,6 +3,9 @@
 # benchmarks need. Safe to run again.
 set -euo pipefail
 export DEBIAN_FRONTEND=noninteractive
+# wireshark-common (under tshark) asks whether to make dumpcap setuid for a
+# wireshark group; the tests capture as root in namespaces of their own.
+echo "wireshark-common wireshark-common/install-setuid boolean false" | debconf-set-selections
 packages=(
   cmake ninja-build g++ pkg-config binutils libc-dev-bin sysvinit-utils iproute2 python3
   qt6-base-dev
@@ -11,6 +14,7 @@ packages=(
   doxygen
   help2man abigail-tools dpkg-dev file
   openocd openfpgaloader
+  tshark
   clang libclang-rt-14-dev clang-format clang-tidy cppcheck valgrind
 )
 if [ "${TETHERHOST_QT5:-0}" = 1 ]; then packages+=(qtbase5-dev); fi

@@ -33,6 +33,7 @@ run(${CMAKE_COMMAND} --install "${BUILD_DIR}" --prefix "${prefix}")
 foreach(installed ${LIBDIR}/libtetherhost_client.so ${LIBDIR}/libtetherhost_svf.so include/tetherhost/Client.h
         include/tetherhost/ClientUtils.h include/tetherhost/LByteBuffer.h include/tetherhost/SvfPlayer.h
         include/tetherhost/version.h share/tetherhost/nls/tetherhostclient.cat
+        share/tetherhost/wireshark/tetherhost.lua
         ${LIBDIR}/pkgconfig/tetherhost_client.pc ${LIBDIR}/pkgconfig/tetherhost_svf.pc
         ${LIBDIR}/cmake/tetherhost_client/tetherhost_clientConfig.cmake)
   if(NOT EXISTS "${prefix}/${installed}")
