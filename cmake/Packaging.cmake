@@ -4,7 +4,8 @@
 #   svf          libtetherhost-svf1         the SVF player library
 #   development  libtetherhost-client-dev   headers, version.h, the CMake package, the pkg-config files
 #   tools        tetherhost-tools           tetherctl, the tetherhost simulator and its chains,
-#                                           their man pages, tetherctl's bash completion
+#                                           their man pages, tetherctl's bash completion,
+#                                           the Wireshark dissector
 #   docs         tetherhost-doc             the user guide, the examples as sources, the changelog
 # The folders' own CMakeLists.txt tag their installs; this file installs the
 # library's files and writes the packages' metadata (docs/packaging.md).
