@@ -33,6 +33,7 @@
 #include "protocol/Frames.h"
 #include "protocol/Status.h"
 #include "server/Cable.h"
+#include "server/Faults.h"
 #include "server/Locks.h"
 #include "server/Session.h"
 #include "server/StallWatch.h"
@@ -54,10 +55,20 @@ using protocol::sessionOptionCount;
  * transfer memory: the one-call shift needs it to follow the wire, and
  * it is bounded per connection like its receive buffer. */
 inline constexpr std::int64_t ownAllowance = std::int64_t{2} * protocol::frameBytes;
+/* The answers to a lock request: granted and refused. */
+inline constexpr std::string_view lockGrantedFrame{"1\0", 2};
+inline constexpr std::string_view lockRefusedFrame{"0\0", 2};
 
 /* A client that broke the protocol: its connection is closed, with the
  * error's text as the reason in the trace. */
 class ProtocolError : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+/* A fault rule ended the connection (closed, reset, or stalled until the
+ * client left): the error's text is the reason in the trace. */
+class FaultEnd : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;
 };
@@ -94,13 +105,23 @@ private:
     asio::awaitable<std::string> chunkedBlock(std::int64_t byteCount, bool padded, std::int64_t keep);
     asio::awaitable<std::string> block(const BlockShape& shape, std::int64_t keep);
 
-    // Sending.
-    asio::awaitable<void> send(std::string_view frame, std::string_view item, bool isText);
-    asio::awaitable<void> acknowledge(std::string_view item);
+    // Sending. Every answer goes through send, which counts it and, under
+    // --faults, hands it to the fault rules; put sends it as it is.
+    asio::awaitable<void> send(std::string_view frame, std::string_view item, bool isText, AnswerKind kind);
+    asio::awaitable<void> put(std::string_view frame, std::string_view item, bool isText);
+    asio::awaitable<void> acknowledge(std::string_view item, AnswerKind kind = AnswerKind::Ack);
     asio::awaitable<void> waitClientDrained();
     asio::awaitable<void> readBack(const BlockShape& shape, bool framed, const Producer& produce);
     asio::awaitable<void> finishTransfer(const BlockShape& shape, bool withReadBack, bool framed,
                                          const Producer& produce);
+
+    // Faults (SessionFaults.cpp).
+    asio::awaitable<void> sendFaulted(std::string_view frame, std::string_view item, bool isText, AnswerKind kind);
+    asio::awaitable<void> applyFault(const FaultRule& rule, std::string_view frame, std::string_view item, bool isText,
+                                     AnswerKind kind);
+    asio::awaitable<void> stallUntilTheClientLeaves();
+    /* The lock that a lock answer of the command being served answers. */
+    Lock answeredLock() const;
 
     // Commands.
     asio::awaitable<void> next();
@@ -141,6 +162,13 @@ private:
     std::string commandToken;  // its frame's text
     std::deque<std::string> replies;
     std::optional<std::string> textReply;
+
+    // Where the conversation stands, as the fault rules select answers.
+    std::uint64_t answers = 0;         // sent on the connection
+    std::uint64_t commandAnswers = 0;  // sent for the command being served
+    int requests = 0;                  // reply requests of the command being served
+    std::optional<int> commandNumber;  // the command being served
+    std::optional<int> subNumber;      // its sub-command (command 44)
 };
 
 }  // namespace tetherhost::sim

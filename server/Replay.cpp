@@ -112,6 +112,7 @@ private:
     std::string clientName;
     std::string label;
     std::optional<Lock> lockAsked;  // the last send asked for this lock
+    std::uint64_t answers = 0;      // recorded server bytes sent, as sends
 };
 
 std::string Replayer::connectionText() const {
@@ -176,7 +177,7 @@ asio::awaitable<std::optional<Handover>> Replayer::play() {
         // The model keeps its own watch from here on.
         watch.relax();
         run.ended(number, true);
-        Handover handover{clientName, {}};
+        Handover handover{clientName, {}, answers};
         handover.received.swap(pending);
         co_return handover;
     }
@@ -278,6 +279,7 @@ asio::awaitable<void> Replayer::clientReceives(const RecordedStep& current, bool
     watch.expect();
     co_await asio::async_write(socket, asio::buffer(current.bytes), use_awaitable);
     watch.progress();
+    ++answers;
     if (lockAsked) {
         if (grants(current.bytes)) state.locks.acquire(*lockAsked, id);
         lockAsked.reset();

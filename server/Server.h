@@ -47,6 +47,8 @@ public:
      * takes the next recorded one. Without --replay-then-model the server
      * stops once every recorded connection has been replayed. */
     void replay(ReplayRun& run) { replayRun = &run; }
+    /** Every answer of the model goes through `rules` (--faults). */
+    void faults(Faults& rules) { state.faults = &rules; }
 
 private:
     /** Which protocol a listening socket serves. */

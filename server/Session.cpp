@@ -13,6 +13,7 @@ namespace tetherhost::sim {
 asio::awaitable<void> Conversation::run(const Handover* handover) {
     if (handover != nullptr) {
         clientName = handover->clientName;
+        answers = handover->answers;
         reader.feed(handover->received.data(), handover->received.size());
         state.trace.event(where(), "the model goes on after the recording");
     } else {
@@ -26,10 +27,12 @@ asio::awaitable<void> Conversation::run(const Handover* handover) {
         socket.non_blocking(true);
         if (handover == nullptr) {
             clientName = co_await token("name");
-            co_await send(plusFrame, "answer", true);
+            co_await send(plusFrame, "answer", true, AnswerKind::Introduction);
         }
         for (;;) co_await next();
     } catch (const ProtocolError& error) {
+        reason = error.what();
+    } catch (const FaultEnd& error) {
         reason = error.what();
     } catch (const std::system_error& error) {
         if (watch.stalled())
@@ -45,6 +48,7 @@ asio::awaitable<void> Conversation::run(const Handover* handover) {
     // Locks freed and socket closed before the event is traced: whoever
     // reads the trace may rely on both.
     state.locks.releaseAll(id);
+    state.locks.releaseAll(standInFor(id));
     std::error_code ignored;
     socket.shutdown(asio::socket_base::shutdown_both, ignored);
     socket.close(ignored);
@@ -63,7 +67,9 @@ asio::awaitable<void> Conversation::next() {
         std::string reply = replies.empty() ? std::string() : std::move(replies.front());
         if (!replies.empty()) replies.pop_front();
         reply.push_back('\0');
-        co_await send(reply, "reply", true);
+        ++requests;
+        const bool integerReply = requests == 1 && commandNumber && protocol::readsIntegerReply(*commandNumber);
+        co_await send(reply, "reply", true, integerReply ? AnswerKind::Reply : AnswerKind::Text);
         co_return;
     }
     label = frame;
@@ -71,9 +77,13 @@ asio::awaitable<void> Conversation::next() {
     const std::optional<int> number = parseInt(frame);
     if (!number) throw ProtocolError("not a command number: " + shortened(frame));
     commandToken = frame;
+    commandNumber = *number;
+    subNumber.reset();
+    commandAnswers = 0;
+    requests = 0;
     replies.clear();
     textReply.reset();
-    co_await acknowledge("answer");
+    co_await acknowledge("answer", AnswerKind::Command);
     overBudget = false;
     const int value = co_await perform(*number);
     held.clear();

@@ -12,6 +12,7 @@
 #include <string>
 
 #include "server/Cable.h"
+#include "server/Faults.h"
 #include "server/Limits.h"
 #include "server/Locks.h"
 #include "server/Trace.h"
@@ -33,6 +34,7 @@ struct ServerState {
     int connected = 0;              // connections open now
     ConnectionId chainOwner = 0;    // the door connection (remote_bitbang, XVC) that owns the chain; 0: none
     std::uint64_t connections = 0;  // connections accepted so far
+    Faults* faults = nullptr;       // --faults: the rules the model's answers go through; null: none
     /* Every receive lands here and is handed to its connection's frame
      * reader at once (one thread serves all), so a connection waiting for
      * its client holds no receive buffer of its own. */
@@ -51,6 +53,7 @@ asio::awaitable<void> serveConnection(asio::ip::tcp::socket& socket, ServerState
 struct Handover {
     std::string clientName;
     std::string received;
+    std::uint64_t answers = 0;  // the answers the replay sent, which the fault rules' frames count
 };
 
 /** Serves `socket` from where `handover` leaves it, as serveConnection does

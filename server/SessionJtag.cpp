@@ -35,6 +35,7 @@ asio::awaitable<int> Conversation::jtagOperation() {
     const std::optional<int> number = parseInt(frame);
     if (!number) throw ProtocolError("not a sub-command number: " + shortened(frame));
     label = commandToken + "/" + frame;
+    subNumber = *number;
     co_await acknowledge("ack");
     using protocol::SubPattern;
     const protocol::SubCommand shape = protocol::subCommand(*number);
@@ -160,7 +161,7 @@ asio::awaitable<int> Conversation::jtagShift() {
         shifted = cable.shift(flags, bitCount, blocks[0], present[1] ? &blocks[1] : nullptr,
                               present[2] ? &blocks[2] : nullptr);
     const std::string status = std::to_string(shifted.status) + '\0';
-    co_await send(status, "status", true);
+    co_await send(status, "status", true, AnswerKind::Status);
 
     const bool returnsTdo = (withSecond & 1) != 0 && shifted.status >= 0 && (flags & shiftFlag::noReadBack) == 0;
     if (returnsTdo) {

@@ -15,9 +15,8 @@ asio::awaitable<void> Conversation::openSession() {
 asio::awaitable<void> Conversation::lockRequest(Lock lock) {
     const std::string request = co_await token("lock");
     if (request != protocol::plusText) throw ProtocolError("expected the lock request");
-    const std::string_view answer =
-        state.locks.acquire(lock, id) ? std::string_view("1\0", 2) : std::string_view("0\0", 2);
-    co_await send(answer, "lock", true);
+    const std::string_view answer = state.locks.acquire(lock, id) ? lockGrantedFrame : lockRefusedFrame;
+    co_await send(answer, "lock", true, AnswerKind::Lock);
 }
 
 }  // namespace tetherhost::sim

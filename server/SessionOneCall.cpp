@@ -21,6 +21,7 @@ asio::awaitable<void> Conversation::oneCallShift() {
     if (sub != std::to_string(protocol::sub::jtagShift))
         throw ProtocolError("one-call frame is not a shift: " + shortened(sub));
     label = commandToken + "/" + sub;
+    subNumber = parseInt(sub);
     const std::string flagsFrame = co_await fixedFrameText("flags");
     co_await acknowledge("ack");
     const std::string bitsFrame = co_await fixedFrameText("bits");

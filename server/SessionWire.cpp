@@ -102,7 +102,17 @@ asio::awaitable<std::string> Conversation::block(const BlockShape& shape, std::i
     co_return co_await bytes(static_cast<std::size_t>(shape.byteCount), "block");
 }
 
-asio::awaitable<void> Conversation::send(std::string_view frame, std::string_view item, bool isText) {
+/* Not a coroutine of its own: it counts the answer and hands back the
+ * coroutine that sends it, so that without --faults an answer costs what it
+ * always did. */
+asio::awaitable<void> Conversation::send(std::string_view frame, std::string_view item, bool isText, AnswerKind kind) {
+    ++answers;
+    if (commandNumber) ++commandAnswers;
+    if (state.faults != nullptr) return sendFaulted(frame, item, isText, kind);
+    return put(frame, item, isText);
+}
+
+asio::awaitable<void> Conversation::put(std::string_view frame, std::string_view item, bool isText) {
     if (isText) {
         state.trace.text(where(), '>', item, frame);
     } else {
@@ -115,7 +125,9 @@ asio::awaitable<void> Conversation::send(std::string_view frame, std::string_vie
     watch.progress();
 }
 
-asio::awaitable<void> Conversation::acknowledge(std::string_view item) { co_await send(plusFrame, item, true); }
+asio::awaitable<void> Conversation::acknowledge(std::string_view item, AnswerKind kind) {
+    co_await send(plusFrame, item, true, kind);
+}
 
 /* Waits until the client has read everything sent so far (ClientDrain). */
 asio::awaitable<void> Conversation::waitClientDrained() { co_await sim::waitClientDrained(socket); }
@@ -129,7 +141,7 @@ asio::awaitable<void> Conversation::readBack(const BlockShape& shape, bool frame
     if (shape.single) {
         std::string data = produce(0, static_cast<std::size_t>(std::max(shape.byteCount, 0)));
         if (data.empty()) data.assign(1, '\0');
-        co_await send(data, "read-back", false);
+        co_await send(data, "read-back", false, AnswerKind::ReadBack);
         co_return;
     }
     const std::size_t payload = framed ? protocol::framedPayload : frameSize;
@@ -139,7 +151,7 @@ asio::awaitable<void> Conversation::readBack(const BlockShape& shape, bool frame
         const std::size_t length = offset < total ? std::min(payload, total - offset) : 0;
         const std::string chunk =
             std::string(framed ? protocol::plusText : std::string_view()) + produce(offset, length);
-        co_await send(chunk, "read-back", false);
+        co_await send(chunk, "read-back", false, AnswerKind::ReadBack);
         co_await goToken();
     }
 }

@@ -17,6 +17,7 @@
 #include "protocol/Frames.h"
 #include "server/Cable.h"
 #include "server/ChainFile.h"
+#include "server/Faults.h"
 #include "server/Limits.h"
 #include "server/Replay.h"
 #include "server/Server.h"
@@ -38,6 +39,7 @@ struct Options {
     bool realTime = false;
     std::string replay;  // a recording to replay; empty: the model serves
     bool replayThenModel = false;
+    std::string faults;  // fault rules for the model's answers; empty: none
 };
 
 /* A program that starts us may hand down any of its descriptors; holding on
@@ -115,6 +117,9 @@ int main(int argc, char** argv) try {
                  "with --replay: once a connection's recording ends, the model goes on with it, and serves the "
                  "connections beyond the recording")
         ->needs(replay);
+    app.add_option("--faults", options.faults,
+                   "misbehave on purpose by the rules in FILE (JSON, see docs/faults.md): close, reset, stall, "
+                   "delay, other replies and acknowledgements, split replies, refused or held locks");
     CLI11_PARSE(app, argc, argv);
     options.limits.stallTimeout = std::chrono::seconds(options.stallTimeout);
 
@@ -134,16 +139,36 @@ int main(int argc, char** argv) try {
         std::fprintf(stderr, "tetherhost: %s\n", error.what());
         return 2;
     }
+    std::optional<Faults> faults;
+    try {
+        if (!options.faults.empty()) faults.emplace(Faults::load(options.faults));
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "tetherhost: %s\n", error.what());
+        return 2;
+    }
+    // The rules change the model's answers; a replay sends the recorded ones.
+    if (faults && replayRun && !replayRun->thenModel()) {
+        std::fprintf(stderr,
+                     "tetherhost: --faults changes the model's answers: with --replay it needs "
+                     "--replay-then-model\n");
+        return 2;
+    }
     Trace trace;
     if (!options.trace.empty() && !trace.open(options.trace)) {
         std::fprintf(stderr, "tetherhost: cannot write the trace to %s\n", options.trace.c_str());
         return 2;
+    }
+    if (faults) {
+        const std::size_t rules = faults->rules().size();
+        trace.event({0, {}, {}}, "faults: " + std::to_string(rules) + (rules == 1 ? " rule" : " rules") + " from " +
+                                     options.faults + ", seed " + std::to_string(faults->seed()));
     }
 
     asio::io_context io(1);
     Cable cable(config);
     Server server(io, cable, trace, options.limits, std::chrono::seconds(options.idleExit));
     if (replayRun) server.replay(*replayRun);
+    if (faults) server.faults(*faults);
     // The doors listen first: once the library's port answers, every door does.
     int listening = options.remoteBitbangPort;
     try {

@@ -14,7 +14,6 @@
 
 #include <fstream>
 #include <memory>
-#include <optional>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -117,66 +116,6 @@ HostView twoHosts() {
     return view;
 }
 
-/* A simulator started with --replay (and `options`), its standard error
- * kept in a file; ended by its pid. */
-class ReplayingSimulator {
-public:
-    static std::unique_ptr<ReplayingSimulator> start(const std::vector<std::string>& options) {
-        std::unique_ptr<ReplayingSimulator> simulator(new ReplayingSimulator);
-        ReplayingSimulator& self = *simulator;
-        const std::string pidFile = self.scratch.file("replay.pid");
-        writeLines(pidFile, {});
-        writeLines(self.trace(), {});
-        TraceFollower pid(pidFile);
-        std::vector<std::string> arguments = {"sh",
-                                              "-c",
-                                              "errors=$1; shift; exec \"$@\" 2>\"$errors\"",
-                                              "sh",
-                                              self.scratch.file("stderr.txt"),
-                                              simulatorAlias(self.scratch),
-                                              "--port",
-                                              std::to_string(serverPort),
-                                              "--pid-file",
-                                              pidFile,
-                                              "--trace",
-                                              self.trace()};
-        arguments.insert(arguments.end(), options.begin(), options.end());
-        self.process = spawnProgram("/bin/sh", arguments);
-        if (self.process < 0) return nullptr;
-        // The pid file is written once the port is listening.
-        if (!pid.waitFor(std::to_string(self.process))) return nullptr;
-        return simulator;
-    }
-
-    ~ReplayingSimulator() {
-        if (process < 0 || status) return;
-        kill(process, SIGKILL);
-        waitChild(process, 5000);
-    }
-    ReplayingSimulator(const ReplayingSimulator&) = delete;
-    ReplayingSimulator& operator=(const ReplayingSimulator&) = delete;
-
-    /** The exit status once the process has ended by itself (at most 10 s);
-     * -1 when it did not end or was killed. */
-    int exitStatus() {
-        if (!status) status = waitChild(process, 10000);
-        return status && WIFEXITED(*status) ? WEXITSTATUS(*status) : -1;
-    }
-    /** SIGTERM, then the exit status. */
-    int stop() {
-        if (!status) kill(process, SIGTERM);
-        return exitStatus();
-    }
-    std::string trace() const { return scratch.file("trace.txt"); }
-    std::string errors() const { return fileText(scratch.file("stderr.txt")); }
-
-private:
-    ReplayingSimulator() = default;
-    ScratchDir scratch;
-    pid_t process = -1;
-    std::optional<int> status;
-};
-
 class Replay : public ::testing::Test {
 protected:
     /* Runs `host` against the model with TETHERHOST_RECORD naming the file
@@ -207,7 +146,7 @@ TEST_F(Replay, TheSameHostCodeIsServedByteForByteAndTheRunEndsWithStatusZero) {
     ASSERT_EQ(recorded.data[0], littleEndian(idcode2) + littleEndian(idcode1) + littleEndian(idcode0));
     ASSERT_EQ(recorded.data[1], defaultChainText);
 
-    const auto replay = ReplayingSimulator::start({"--replay", path});
+    const auto replay = TracedSimulator::start(serverPort, {"--replay", path});
     ASSERT_NE(replay, nullptr);
     EXPECT_EQ(scanSession(), recorded);
     EXPECT_EQ(replay->exitStatus(), 0) << replay->errors();
@@ -225,7 +164,7 @@ TEST_F(Replay, AChangedArgumentIsReportedWithItsStepAndCommandAndEndsWithStatusO
     const std::size_t bitsLine = lineHolding(path, R"("text":"96\u0000")");
     ASSERT_GT(bitsLine, 0U);
 
-    const auto replay = ReplayingSimulator::start({"--replay", path});
+    const auto replay = TracedSimulator::start(serverPort, {"--replay", path});
     ASSERT_NE(replay, nullptr);
     const HostView changed = scanSession(64);
     EXPECT_NE(changed, recorded);
@@ -258,7 +197,7 @@ TEST_F(Replay, TheConnectionsOfOneRecordingAreServedInOrder) {
     ASSERT_NE(lines[0].find(R"("client":"first")"), std::string::npos);
     ASSERT_NE(lines[2].find(R"("client":"second")"), std::string::npos);
 
-    const auto replay = ReplayingSimulator::start({"--replay", path});
+    const auto replay = TracedSimulator::start(serverPort, {"--replay", path});
     ASSERT_NE(replay, nullptr);
     EXPECT_EQ(twoHosts(), recorded);
     EXPECT_EQ(replay->exitStatus(), 0) << replay->errors();
@@ -307,7 +246,7 @@ TEST_F(Replay, ThenModelGoesOnAfterTheRecordingWithTheLocksItHolds) {
     HostView recorded;
     const std::string cut = withoutFarewell(record("session.jsonl", scanAndLeave, recorded));
 
-    const auto replay = ReplayingSimulator::start({"--replay", cut, "--replay-then-model"});
+    const auto replay = TracedSimulator::start(serverPort, {"--replay", cut, "--replay-then-model"});
     ASSERT_NE(replay, nullptr);
     const HostView seen = scanThenMore();
     // The scan as recorded; the chain's description, command 6 (allowed
@@ -338,7 +277,7 @@ TEST_F(Replay, AClientThatGoesOnPastItsRecordingIsReportedWithoutTheModel) {
     HostView recorded;
     const std::string cut = withoutFarewell(record("session.jsonl", scanAndLeave, recorded));
 
-    const auto replay = ReplayingSimulator::start({"--replay", cut});
+    const auto replay = TracedSimulator::start(serverPort, {"--replay", cut});
     ASSERT_NE(replay, nullptr);
     const HostView seen = scanThenMore();
     EXPECT_EQ(std::vector<int>(seen.results.begin(), seen.results.begin() + 5),
@@ -359,7 +298,7 @@ TEST_F(Replay, TwoReceivesInARowStayTwoReceives) {
     writeLines(path, {R"({"dir": "send", "text": "raw\u0000"})", R"({"dir": "recv", "text": "+\u0000"})",
                       R"({"dir": "send", "text": "+\u0000"})", R"({"dir": "recv", "text": "first"})",
                       R"({"dir": "recv", "text": "second"})"});
-    const auto replay = ReplayingSimulator::start({"--replay", path});
+    const auto replay = TracedSimulator::start(serverPort, {"--replay", path});
     ASSERT_NE(replay, nullptr);
     RawClient client(serverPort);
     ASSERT_TRUE(client.connected());
@@ -376,7 +315,7 @@ TEST_F(Replay, ARecordedCloseClosesTheConnectionThere) {
     const std::string path = files.file("closed.jsonl");
     writeLines(path, {R"({"dir": "send", "text": "raw\u0000"})", R"({"dir": "recv", "text": "+\u0000"})",
                       R"({"close": true})"});
-    const auto replay = ReplayingSimulator::start({"--replay", path});
+    const auto replay = TracedSimulator::start(serverPort, {"--replay", path});
     ASSERT_NE(replay, nullptr);
     RawClient client(serverPort);
     ASSERT_TRUE(client.connected());
@@ -390,7 +329,7 @@ TEST_F(Replay, AClientThatLeavesBeforeItsRecordingEndsIsReported) {
     const std::string path = files.file("longer.jsonl");
     writeLines(path, {R"({"dir": "send", "text": "raw\u0000"})", R"({"dir": "recv", "text": "+\u0000"})",
                       R"({"dir": "send", "text": "38\u0000"})", R"({"dir": "recv", "text": "+\u0000"})"});
-    const auto replay = ReplayingSimulator::start({"--replay", path});
+    const auto replay = TracedSimulator::start(serverPort, {"--replay", path});
     ASSERT_NE(replay, nullptr);
     RawClient client(serverPort);
     ASSERT_TRUE(client.connected());

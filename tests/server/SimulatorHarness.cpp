@@ -234,6 +234,51 @@ std::optional<int> Simulator::waitExit(int timeoutMs) {
     return status;
 }
 
+std::unique_ptr<TracedSimulator> TracedSimulator::start(int port, const std::vector<std::string>& options) {
+    std::unique_ptr<TracedSimulator> simulator(new TracedSimulator);
+    TracedSimulator& self = *simulator;
+    const std::string pidFile = self.scratch.file("simulator.pid");
+    std::ofstream(pidFile, std::ios::trunc).flush();
+    std::ofstream(self.trace(), std::ios::trunc).flush();
+    TraceFollower pid(pidFile);
+    std::vector<std::string> arguments = {"sh",
+                                          "-c",
+                                          "errors=$1; shift; exec \"$@\" 2>\"$errors\"",
+                                          "sh",
+                                          self.scratch.file("stderr.txt"),
+                                          simulatorAlias(self.scratch),
+                                          "--port",
+                                          std::to_string(port),
+                                          "--pid-file",
+                                          pidFile,
+                                          "--trace",
+                                          self.trace()};
+    arguments.insert(arguments.end(), options.begin(), options.end());
+    self.process = spawnProgram("/bin/sh", arguments);
+    if (self.process < 0) return nullptr;
+    // The pid file is written once the port is listening.
+    if (!pid.waitFor(std::to_string(self.process))) return nullptr;
+    return simulator;
+}
+
+TracedSimulator::~TracedSimulator() {
+    if (process < 0 || status) return;
+    kill(process, SIGKILL);
+    waitChild(process, 5000);
+}
+
+int TracedSimulator::exitStatus() {
+    if (!status) status = waitChild(process, 10000);
+    return status && WIFEXITED(*status) ? WEXITSTATUS(*status) : -1;
+}
+
+int TracedSimulator::stop() {
+    if (!status) kill(process, SIGTERM);
+    return exitStatus();
+}
+
+std::string TracedSimulator::errors() const { return fileText(scratch.file("stderr.txt")); }
+
 /* The inode of the socket listening on 127.0.0.1:`port`; empty when none. */
 static std::string listeningInode(int port) {
     char local[32];

@@ -89,6 +89,37 @@ private:
     std::optional<int> status;
 };
 
+/** A simulator process whose trace and standard error are kept in files of
+ * its own (a replay's reports, a fault's events), for tests that read both
+ * or wait for it to end by itself. Ended by its pid. */
+class TracedSimulator {
+public:
+    /** Starts the simulator on `port` with `options` and waits until it
+     * listens (its pid file, written once it does); null when it did not
+     * come up. */
+    static std::unique_ptr<TracedSimulator> start(int port, const std::vector<std::string>& options);
+    ~TracedSimulator();
+    TracedSimulator(const TracedSimulator&) = delete;
+    TracedSimulator& operator=(const TracedSimulator&) = delete;
+
+    pid_t pid() const { return process; }
+    /** The exit status once the process has ended by itself (at most 10 s);
+     * -1 when it did not end or was killed. */
+    int exitStatus();
+    /** SIGTERM, then the exit status. */
+    int stop();
+    /** The path of its trace. */
+    std::string trace() const { return scratch.file("trace.txt"); }
+    /** What it wrote on standard error. */
+    std::string errors() const;
+
+private:
+    TracedSimulator() = default;
+    ScratchDir scratch;
+    pid_t process = -1;
+    std::optional<int> status;
+};
+
 /** A trace file that a simulator writes, followed as it grows. */
 class TraceFollower {
 public:

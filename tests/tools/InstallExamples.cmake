@@ -15,7 +15,10 @@ run(${CMAKE_COMMAND} --install "${BUILD_DIR}" --prefix "${prefix}")
 set(examples "${prefix}/share/doc/tetherhost/examples")
 foreach(installed bin/tetherctl bin/tetherhost share/doc/tetherhost/examples/CMakeLists.txt
         share/doc/tetherhost/examples/minimal_host.cpp share/doc/tetherhost/examples/list_replies.cpp
-        share/doc/tetherhost/examples/hello_log.cpp)
+        share/doc/tetherhost/examples/hello_log.cpp share/doc/tetherhost/examples/testing/CMakeLists.txt
+        share/doc/tetherhost/examples/testing/careful_host.cpp share/doc/tetherhost/examples/testing/careful_host.jsonl
+        share/doc/tetherhost/examples/testing/with-tetherhost.sh
+        share/doc/tetherhost/examples/testing/faults/lock-held.json)
   if(NOT EXISTS "${prefix}/${installed}")
     message(FATAL_ERROR "not installed: ${installed}")
   endif()
