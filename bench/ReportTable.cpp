@@ -76,6 +76,20 @@ double counterOf(const std::map<std::string, Result>& results, const std::string
     return value == found->second.counters.end() ? 0.0 : value->second;
 }
 
+/* The session layer against the bare Client on the simulator (bench_session):
+ * the medians of the paired blocks' ratios, and the times per call. */
+void printSession(const std::map<std::string, Result>& results) {
+    const auto value = [&](const char* key) { return counterOf(results, "BM_Session_Paired", key); };
+    std::printf("\n| %-44s | %15s | %15s | %6s | %-8s |\n", "session layer (median of paired blocks)", "layer",
+                "bare Client", "ratio", "target");
+    std::printf("|%s|%s|%s|%s|%s|\n", std::string(46, '-').c_str(), std::string(17, '-').c_str(),
+                std::string(17, '-').c_str(), std::string(8, '-').c_str(), std::string(10, '-').c_str());
+    std::printf("| %-44s | %12.1f us | %12.1f us | %6.3f | %-8s |\n", "Send(38)", value("send38_layer_us"),
+                value("send38_client_us"), value("send38_ratio"), "<= 1.02");
+    std::printf("| %-44s | %12.1f us | %12.1f us | %6.3f | %-8s |\n", "JTAG scan 32 bits with read-back",
+                value("scan32_layer_us"), value("scan32_client_us"), value("scan32_ratio"), "<= 1.02");
+}
+
 /* OpenOCD's scans through the simulator's remote_bitbang door against the
  * same scans through the minimal remote_bitbang server (paired runs; the
  * ratio is the median of the pairs'), the library's scans, and
@@ -225,6 +239,7 @@ int main(int argc, char** argv) try {
         std::printf("simulator, %2s concurrent clients: %8.0f commands/s, %.1f us server CPU per command\n", clients,
                     counter(name.c_str(), "commands_per_s"), counter(name.c_str(), "server_cpu_us_per_cmd"));
     }
+    if (results.count("BM_Session_Paired") != 0) printSession(results);
     if (results.count("BM_OpenOcdDrscan/32/4000") != 0) printDoors(results);
     if (results.count("BM_SvfPlay/LongScan4Mibit") != 0) printSvf(results);
     return 0;

@@ -5,6 +5,7 @@
 #include "Client.h"
 #include "client/ClientSink.h"
 #include "platform/MessageIds.h"
+#include "protocol/Commands.h"
 #include "protocol/Frames.h"
 #include "protocol/Status.h"
 #include "wire/TransferWire.h"
@@ -30,14 +31,12 @@ constexpr Marshaller i2c{.sendFailedId = message::i2cSendFailed,
                          .tokenNote = TokenNote::ClientName,
                          .tokenNoteId = message::i2cFrameSent,
                          .reverseBits = true,
-                         .readBackNeedsPlus = true};
+                         .readBackNeedsPlus = protocol::readBackChunksFramed(protocol::Marshal::I2C)};
 /* The shared applications list is one fixed block, neither chunked nor read back. */
 constexpr Marshaller sharedApps{.sendFailedId = message::sharedAppsSendFailed,
                                 .receiveFailedId = message::sharedAppsUnanswered};
 
-/* Shared applications: each name is cut after this many characters, and the
- * joined text keeps the block's last byte zero. */
-constexpr std::size_t appNameLimit = 100;
+/* Shared applications: the joined text keeps the block's last byte zero. */
 constexpr std::size_t appListLimit = protocol::maxTokenLength;
 
 /* One SSPI or I2C transfer once its elements are taken: the integer tokens,
@@ -118,7 +117,7 @@ int Client::sendSharedApps(int& socket, va_list args) {
     for (int i = 0; i < count; ++i) {
         // Every name is taken from the list, also those that no longer fit.
         const char* app = va_arg(args, const char*);
-        const std::size_t nameLength = app != nullptr ? strnlen(app, appNameLimit) : 0;
+        const std::size_t nameLength = app != nullptr ? strnlen(app, protocol::sharedAppNameLimit) : 0;
         full = full || length + nameLength + 1 > appListLimit;
         if (full) continue;
         if (nameLength > 0) std::memcpy(out + length, app, nameLength);

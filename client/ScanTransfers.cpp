@@ -8,6 +8,7 @@
 #include "Client.h"
 #include "client/ClientSink.h"
 #include "platform/MessageIds.h"
+#include "protocol/Commands.h"
 #include "protocol/Frames.h"
 #include "protocol/Status.h"
 #include "wire/TransferWire.h"
@@ -26,7 +27,7 @@ constexpr Marshaller jtagShift{.sendFailedId = message::jtagShiftSendFailed,
                                .receiveFailedId = message::jtagShiftReceiveFailed,
                                .chunkNoteId = message::sendingDataBlock,
                                .padChunks = true,
-                               .readBackNeedsPlus = true};
+                               .readBackNeedsPlus = protocol::readBackChunksFramed(protocol::Marshal::JtagInterface)};
 /* The generic shift sends chunks at their true length, silently, and keeps
  * read-back chunks whatever their first byte. */
 constexpr Marshaller genericShift{.sendFailedId = message::genericShiftSendFailed,
@@ -37,7 +38,7 @@ constexpr Marshaller pumpData{.sendFailedId = message::pumpDataSendFailed,
                               .tokenNote = TokenNote::TokenText,
                               .tokenNoteId = message::pumpDataFrameSent,
                               .chunkNoteId = message::sendingDataBlock,
-                              .readBackNeedsPlus = true};
+                              .readBackNeedsPlus = protocol::readBackChunksFramed(protocol::Marshal::PumpData)};
 
 const unsigned char* takeBlock(va_list args) { return va_arg(args, const unsigned char*); }
 

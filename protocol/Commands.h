@@ -147,6 +147,14 @@ enum class Marshal : unsigned char {
     SSPI,                // commands 50 to 52
 };
 
+/* Read-back chunks of the JTAG shift (44), pump data (42) and I2C (46 to 48)
+ * begin with "+", which the library checks and keeps, and carry at most
+ * framedPayload bytes of data behind it; those of the generic shift (19) and
+ * SSPI (50 to 52) are raw data. */
+constexpr bool readBackChunksFramed(Marshal marshal) {
+    return marshal == Marshal::JtagInterface || marshal == Marshal::PumpData || marshal == Marshal::I2C;
+}
+
 struct Command {
     Marshal marshal = Marshal::Nothing;
     int count = 0;               // element count for the sender-based kinds

@@ -43,6 +43,10 @@ inline constexpr std::string_view plusText{plusToken, 1};
 /* A read-back chunk that begins with "+" carries this many data bytes. */
 inline constexpr std::size_t framedPayload = frameSize - 1;
 
+/* Command 41's block carries each shared application name cut after this
+ * many characters, each followed by ";". */
+inline constexpr std::size_t sharedAppNameLimit = 100;
+
 /* Pump, SSPI, I2C and JTAG-shift blocks of more bits than this travel in
  * chunks. */
 inline constexpr int singleBlockBits = 8 * frameBytes;

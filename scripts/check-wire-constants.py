@@ -19,7 +19,7 @@ import re
 import sys
 
 FOLDERS = ["client", "clientutils", "platform", "wire", "support", "server", "tools", "include", "examples",
-           "wireshark"]
+           "wireshark", "session", "python"]
 EXEMPT = {os.path.join("support", "ByteUnits.h")}
 NUMERAL = re.compile(r"(?<![\w.])(1024|1001|1002)(?![\w])|\b0[xX]0*400\b|<<\s*10\b")
 

@@ -13,6 +13,7 @@ packages=(
   libasio-dev libcli11-dev nlohmann-json3-dev
   doxygen
   help2man abigail-tools dpkg-dev file
+  python3-dev python3-pybind11 pybind11-dev python3-pytest
   openocd openfpgaloader
   tshark
   clang libclang-rt-14-dev clang-format clang-tidy cppcheck valgrind

@@ -57,5 +57,23 @@ TEST_F(ExamplesTest, ListRepliesPrintsTheFieldsOfThreeReplies) {
         << run.out;
 }
 
+TEST_F(ExamplesTest, FirstSessionListsTheChainAndScansTheIdcodeNextToTdo) {
+    for (const char* build : {"first_session", "first_session_pkgconfig"}) {
+        const Finished run = example(build);
+        EXPECT_EQ(run.exitCode, 0) << build << ": " << run.err;
+        EXPECT_EQ(run.out,
+                  "tap0: IR 4 bits, IDCODE 0x10A5C1FF\n"
+                  "tap1: IR 6 bits, IDCODE 0x23E171FF\n"
+                  "tap2: IR 8 bits, IDCODE 0x07B421FF\n"
+                  "TDO: FF 21 B4 07\n")
+            << build;
+    }
+    // The Session gave both locks back and said farewell.
+    const std::string trace = simulator->trace();
+    EXPECT_NE(trace.find("first_session < 34 command \"34\""), std::string::npos);
+    EXPECT_NE(trace.find("first_session < 35 command \"35\""), std::string::npos);
+    EXPECT_NE(trace.find("first_session < 9999 command \"9999\""), std::string::npos);
+}
+
 }  // namespace
 }  // namespace tetherhost::test

@@ -18,7 +18,9 @@ foreach(installed bin/tetherctl bin/tetherhost share/doc/tetherhost/examples/CMa
         share/doc/tetherhost/examples/hello_log.cpp share/doc/tetherhost/examples/testing/CMakeLists.txt
         share/doc/tetherhost/examples/testing/careful_host.cpp share/doc/tetherhost/examples/testing/careful_host.jsonl
         share/doc/tetherhost/examples/testing/with-tetherhost.sh
-        share/doc/tetherhost/examples/testing/faults/lock-held.json)
+        share/doc/tetherhost/examples/testing/faults/lock-held.json
+        share/doc/tetherhost/examples/first_session.cpp share/doc/tetherhost/examples/first_session.py
+        include/tetherhost/session.hpp include/tetherhost/commands.hpp ${LIBDIR}/pkgconfig/tetherhost_session.pc)
   if(NOT EXISTS "${prefix}/${installed}")
     message(FATAL_ERROR "not installed: ${installed}")
   endif()
@@ -47,3 +49,11 @@ separate_arguments(pkgFlags UNIX_COMMAND "${pkgFlags}")
 separate_arguments(extra UNIX_COMMAND "${EXTRA_FLAGS}")
 run(${CXX} -std=c++11 -Wall -Wextra -Werror ${extra} "${examples}/minimal_host.cpp" ${pkgFlags}
     "-Wl,-rpath,${prefix}/${LIBDIR}" -o "${build}/minimal_host_pkgconfig")
+
+# The session layer with pkg-config, at C++17, the oldest standard it takes.
+run(${CMAKE_COMMAND} -E env "PKG_CONFIG_PATH=${prefix}/${LIBDIR}/pkgconfig"
+    pkg-config --cflags --libs tetherhost_session)
+string(STRIP "${output}" pkgFlags)
+separate_arguments(pkgFlags UNIX_COMMAND "${pkgFlags}")
+run(${CXX} -std=c++17 -Wall -Wextra -Werror ${extra} "${examples}/first_session.cpp" ${pkgFlags}
+    "-Wl,-rpath,${prefix}/${LIBDIR}" -o "${build}/first_session_pkgconfig")

@@ -1,0 +1,18 @@
+/* Must not compile: an unsigned int, which an int does not hold, for the TCK frequency.
+ * Its twin (TETHERHOST_TWIN) makes the same call correctly and must compile,
+ * so that this file fails for its own reason and not for a broken build. */
+#include <tetherhost/session.hpp>
+
+#include <array>
+#include <string>
+#include <string_view>
+#include <vector>
+
+void use(tetherhost::Session& session) {
+    [[maybe_unused]] const std::vector<unsigned char> tdi(4, 0);
+#ifdef TETHERHOST_TWIN
+    session.jtag<22>(1000000);
+#else
+    session.jtag<22>(1000000u);
+#endif
+}
