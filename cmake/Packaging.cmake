@@ -1,12 +1,15 @@
-# Install rules and packages. Everything installed belongs to one of five
-# components, and CPack makes one Debian package of each:
+# Install rules and packages. Everything installed belongs to one of six
+# components, and CPack makes one Debian package of each but the last:
 #   runtime      libtetherhost-client1      the client library and its message catalogue
 #   svf          libtetherhost-svf1         the SVF player library
-#   development  libtetherhost-client-dev   headers, version.h, the CMake package, the pkg-config files
+#   development  libtetherhost-client-dev   headers (the session layer's too), version.h, the CMake
+#                                           package, the pkg-config files
 #   tools        tetherhost-tools           tetherctl, the tetherhost simulator and its chains,
 #                                           their man pages, tetherctl's bash completion,
 #                                           the Wireshark dissector
 #   docs         tetherhost-doc             the user guide, the examples as sources, the changelog
+#   python       (none)                     the tetherhost Python module, which cmake --install puts
+#                                           into the interpreter's site directory under the prefix
 # The folders' own CMakeLists.txt tag their installs; this file installs the
 # library's files and writes the packages' metadata (docs/packaging.md).
 include(CMakePackageConfigHelpers)
@@ -57,7 +60,7 @@ endforeach()
 if(IS_ABSOLUTE "${CMAKE_INSTALL_LIBDIR}")
   set(TETHERHOST_PC_PREFIX "${CMAKE_INSTALL_PREFIX}")
 endif()
-foreach(library tetherhost_client tetherhost_svf)
+foreach(library tetherhost_client tetherhost_svf tetherhost_session)
   configure_file(${PROJECT_SOURCE_DIR}/cmake/${library}.pc.in ${PROJECT_BINARY_DIR}/${library}.pc @ONLY)
   install(FILES ${PROJECT_BINARY_DIR}/${library}.pc
     DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)

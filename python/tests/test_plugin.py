@@ -1,6 +1,6 @@
-"""The pytest plugin's servers: the simulator ended by its pid, a replay of
-a recorded conversation that the module's session must match byte for
-byte, and the fault proxy that drops the connection at a chosen frame."""
+"""The pytest plugin's server: the simulator ended by its pid, serving a
+recording that the module's session must match byte for byte (--replay),
+or closing the connection at a chosen command (--faults)."""
 import os
 
 import pytest
@@ -33,13 +33,14 @@ def test_a_replay_reports_where_the_session_departed(tetherhost_server):
         tetherhost.Session("board2", application="app", version="user")
     assert refused.value.status == -1001
     assert refused.value.operation == "connecting to the server"
-    assert tetherhost_server.verdict() == {
-        "ok": False,
-        "where": "step 1: expected b'board1\\x00', received b'board2\\x00'",
-    }
+    verdict = tetherhost_server.verdict()
+    assert verdict["ok"] is False
+    assert verdict["report"].splitlines()[0] == (
+        'tetherhost: replay: connection 1, step 1 (line 2): the introduction (the client\'s name): '
+        'expected "board1\\0", received "board2\\0"')
 
 
-@pytest.mark.tetherhost(faults={"close_on": b"38\x00"})
+@pytest.mark.tetherhost(faults={"rules": [{"command": 38, "close": True}]})
 def test_a_connection_dropped_mid_command_breaks_the_session(tetherhost_server, tmp_path):
     log = tmp_path / "dropped.log"
     with tetherhost.Session("dropped", log=str(log)) as s:
@@ -53,7 +54,7 @@ def test_a_connection_dropped_mid_command_breaks_the_session(tetherhost_server, 
         assert dropped.value.message == "1010"
         with pytest.raises(tetherhost.Error, match="the connection failed earlier"):
             s.send(1)
-    # The proxy's simulator still serves other connections.
+    # The simulator still serves other connections.
     with tetherhost.Session("after") as s:
         assert s.send(1) == 0
         assert ";clients=1;" in s.read_text()

@@ -1,21 +1,21 @@
-"""Servers for tests of host code: the tetherhost simulator, a replay of a
-recorded conversation, and a fault proxy in front of the simulator.
+"""The tetherhost simulator for tests of host code, on its built-in chain or
+a chain file, replaying a recording (``--replay``) or misbehaving on purpose
+(``--faults``): every server a test needs is the simulator itself.
 
-Each runs as a process of its own and is ended by its process id. A server
-is ready once it has let go of the pipes it was started with: the simulator
-points its standard streams at /dev/null once it listens (having written its
-pid file), and the replay and the proxy do the same. A start therefore waits
-on those pipes' end, not on a clock.
+It runs as a process of its own and is ended by its process id. It is ready
+once it has let go of the standard output it was started with: the
+simulator points its standard streams at /dev/null once it listens (having
+written its pid file), so a start waits on that pipe's end, not on a clock.
+Its standard error goes to a file, where a replay writes its reports.
 """
 import json
 import os
 import selectors
 import signal
 import subprocess
-import sys
 import time
 from pathlib import Path
-from typing import Dict, List, Optional, Sequence
+from typing import Dict, Optional, Sequence, Union
 
 from . import _paths
 
@@ -34,46 +34,22 @@ def simulator_program() -> str:
     return os.environ.get("TETHERHOST_SIMULATOR", os.path.join(_paths.SERVER_DIRECTORY, "tetherhost"))
 
 
-def _read_until_released(process: subprocess.Popen, what: str) -> str:
-    """Everything the process writes until it lets go of both pipes."""
+def _wait_until_released(process: subprocess.Popen, what: str) -> None:
+    """Waits until the process lets go of its standard output pipe."""
     selector = selectors.DefaultSelector()
-    for stream in (process.stdout, process.stderr):
-        selector.register(stream, selectors.EVENT_READ)
+    selector.register(process.stdout, selectors.EVENT_READ)
     deadline = time.monotonic() + PATIENCE_SECONDS
-    output = []
     try:
-        while selector.get_map():
+        while True:
             remaining = deadline - time.monotonic()
             if remaining <= 0:
                 _end(process)
                 raise ServerError(f"{what} did not come up within {PATIENCE_SECONDS:.0f} s")
-            for key, _ in selector.select(remaining):
-                data = os.read(key.fd, 65536)
-                if data:
-                    output.append(data)
-                else:
-                    selector.unregister(key.fileobj)
+            if selector.select(remaining) and not os.read(process.stdout.fileno(), 65536):
+                return
     finally:
         selector.close()
         process.stdout.close()
-        process.stderr.close()
-    return b"".join(output).decode(errors="replace")
-
-
-def _start(argv: List[str], pid_file: Path, what: str) -> subprocess.Popen:
-    """Starts a server that writes `pid_file` once it listens; it is ready
-    when the file is there after the pipes were let go, and it failed when
-    it let go of them by ending instead."""
-    process = subprocess.Popen(argv, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.PIPE)
-    output = _read_until_released(process, what)
-    if not pid_file.exists():
-        try:
-            status = process.wait(timeout=PATIENCE_SECONDS)
-        except subprocess.TimeoutExpired:
-            _end(process)
-            status = process.returncode
-        raise ServerError(f"{what} did not come up (status {status}): {output.strip()}")
-    return process
 
 
 def _end(process: subprocess.Popen) -> Optional[int]:
@@ -89,75 +65,56 @@ def _end(process: subprocess.Popen) -> Optional[int]:
 
 class Simulator:
     """The tetherhost simulator on 127.0.0.1:`port`, tracing every frame to
-    `trace`; `chain` is a chain file or the name of a shipped chain."""
+    `trace`. `chain` is a chain file or the name of a shipped chain;
+    `replay` a recording (TETHERHOST_RECORD) to serve instead of the model,
+    with `replay_then_model` to let the model go on after it; `faults` the
+    rules it misbehaves by (docs/faults.md): a file, or the rules document
+    itself as a dict."""
 
     def __init__(self, directory: Path, port: int = SERVER_PORT, chain: Optional[str] = None,
-                 options: Sequence[str] = ()):
+                 replay: Optional[str] = None, replay_then_model: bool = False,
+                 faults: Union[None, str, Dict[str, object]] = None, options: Sequence[str] = ()):
         self.port = port
         self.chain = chain
         self.trace = directory / f"simulator-{port}.trace"
+        self.stderr = directory / f"simulator-{port}.stderr"
         pid_file = directory / f"simulator-{port}.pid"
-        argv = [simulator_program(), "--port", str(port), "--idle-exit", "0", "--pid-file", str(pid_file),
-                "--trace", str(self.trace)]
+        argv = [simulator_program(), "--port", str(port), "--pid-file", str(pid_file), "--trace", str(self.trace)]
+        if replay is None:
+            argv += ["--idle-exit", "0"]
+        else:
+            argv += ["--replay", str(replay)] + (["--replay-then-model"] if replay_then_model else [])
         if chain is not None:
             argv += ["--chain", chain]
+        if isinstance(faults, dict):
+            rules = directory / f"simulator-{port}-faults.json"
+            rules.write_text(json.dumps(faults))
+            faults = str(rules)
+        if faults is not None:
+            argv += ["--faults", str(faults)]
         argv += list(options)
-        self._process = _start(argv, pid_file, "the tetherhost simulator")
+        with open(self.stderr, "wb") as stderr:
+            self._process = subprocess.Popen(argv, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=stderr)
+        _wait_until_released(self._process, "the tetherhost simulator")
+        if not pid_file.exists():
+            status = self._process.wait(timeout=PATIENCE_SECONDS)
+            raise ServerError(f"the tetherhost simulator did not come up (status {status}): "
+                              f"{self.stderr.read_text(errors='replace').strip()}")
         self.pid = self._process.pid
+
+    def verdict(self) -> Dict[str, object]:
+        """For a replay: waits for it to end (it ends once every recorded
+        connection has been served) and says how it went: {"ok": True}, or
+        {"ok": False, "report": ...} with the simulator's report of the first
+        divergence."""
+        try:
+            status = self._process.wait(timeout=PATIENCE_SECONDS)
+        except subprocess.TimeoutExpired:
+            status = _end(self._process)
+        if status == 0:
+            return {"ok": True}
+        return {"ok": False, "report": self.stderr.read_text(errors="replace").strip()}
 
     def stop(self) -> Optional[int]:
         """Ends the simulator by its id; its exit status."""
         return _end(self._process)
-
-
-class Replay:
-    """A server on 127.0.0.1:`port` that plays `conversation` (a JSON Lines
-    file in the shape of a recording: docs/conversations.md) to the first
-    client: what the client sends is compared, what it receives is sent."""
-
-    def __init__(self, directory: Path, conversation: str, port: int = SERVER_PORT):
-        self.port = port
-        self.conversation = conversation
-        self._verdict_file = directory / f"replay-{port}.json"
-        pid_file = directory / f"replay-{port}.pid"
-        argv = [sys.executable, "-m", "tetherhost.replay", conversation, "--port", str(port), "--pid-file",
-                str(pid_file), "--verdict", str(self._verdict_file)]
-        self._process = _start(argv, pid_file, "the replay server")
-        self.pid = self._process.pid
-
-    def verdict(self) -> Dict[str, object]:
-        """Waits for the replay to end (it ends with its script) and says how
-        it went: {"ok": True} or {"ok": False, "where": ...}."""
-        try:
-            self._process.wait(timeout=PATIENCE_SECONDS)
-        except subprocess.TimeoutExpired:
-            _end(self._process)
-        return json.loads(self._verdict_file.read_text())
-
-    def stop(self) -> Optional[int]:
-        return _end(self._process)
-
-
-class FaultProxy:
-    """The simulator on `upstream_port`, and in front of it, on `port`, a
-    proxy that passes every byte through until the client sends a frame
-    equal to `close_on`: then it closes both sides of that connection."""
-
-    def __init__(self, directory: Path, close_on: bytes, port: int = SERVER_PORT, upstream_port: int = 40141,
-                 chain: Optional[str] = None):
-        self.port = port
-        self.upstream = Simulator(directory, upstream_port, chain)
-        pid_file = directory / f"faults-{port}.pid"
-        argv = [sys.executable, "-m", "tetherhost.faults", "--port", str(port), "--upstream", str(upstream_port),
-                "--close-on", close_on.hex(), "--pid-file", str(pid_file)]
-        try:
-            self._process = _start(argv, pid_file, "the fault proxy")
-        except ServerError:
-            self.upstream.stop()
-            raise
-        self.pid = self._process.pid
-
-    def stop(self) -> Optional[int]:
-        status = _end(self._process)
-        self.upstream.stop()
-        return status

@@ -13,7 +13,7 @@ include(${CMAKE_CURRENT_LIST_DIR}/../support/RunCommand.cmake)
 
 run(${CMAKE_COMMAND} --install "${BUILD_DIR}" --prefix "${prefix}")
 set(package "${prefix}/${SITE}/tetherhost")
-foreach(installed __init__.py _paths.py _tetherhost.pyi py.typed pytest_plugin.py servers.py replay.py faults.py
+foreach(installed __init__.py _paths.py _tetherhost.pyi py.typed pytest_plugin.py servers.py
         ../tetherhost-${VERSION}.dist-info/entry_points.txt ../tetherhost-${VERSION}.dist-info/METADATA)
   if(NOT EXISTS "${package}/${installed}")
     message(FATAL_ERROR "not installed: ${package}/${installed}")
