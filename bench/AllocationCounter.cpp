@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Replacement global operator new/delete that count allocations. */
 #include "AllocationCounter.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Counts heap allocations made by the benchmark process (the global
  * operator new is replaced in AllocationCounter.cpp), so that a benchmark can
  * report allocations per operation next to its time. */

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* The benchmarks' server side: a blocking, one-connection-at-a-time peer that
  * speaks just the exchanges the benchmarks make. */
 #include "BenchPeer.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* BenchPeer: the server side that the protocol benchmarks run against. It
  * listens on 127.0.0.1:4001, accepts connections one after another and
  * answers exactly the exchanges the benchmarks make: the introduction, a

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* The benchmarks' processes: scratch directories, children, the simulator. */
 #include "BenchProcesses.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* BenchProcesses: what the benchmarks that drive other programs (OpenOCD,
  * openFPGALoader, tetherctl, the simulator) need to run them: a scratch
  * directory, processes watched through a pidfd and ended by their pid, the

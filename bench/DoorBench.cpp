@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* DoorBench: how fast the tools people drive cables with go through the
  * simulator's doors. OpenOCD's drscan rate (32 and 4096 bits) through the
  * remote_bitbang door and, in runs paired with those, through MinimalBitbang

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* MergeStress: JTAG shifts with read-back through the library against the
  * simulator, for finding what a stream socket does under load. Every TDO is
  * checked, and the client side counts how often the read-back arrived in the

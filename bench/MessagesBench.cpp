@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Cost of posting a numbered message: with both switches off (the path every
  * library step takes when a host application logs nothing) and with a log
  * file set (one open, write and close per line). The baseline is the bare

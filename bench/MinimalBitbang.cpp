@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* MinimalBitbang: OpenOCD's remote_bitbang requests carried out on one TAP
  * with nothing more than OpenOCD needs to initialise it and scan. */
 #include "MinimalBitbang.h"

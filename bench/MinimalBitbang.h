@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* MinimalBitbang: the smallest server of OpenOCD's remote_bitbang protocol
  * that OpenOCD can initialise and scan, for the door benchmark to hold the
  * simulator's remote_bitbang door against. One TAP: the 16-state controller,

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* The library's protocol cost against its floor: a minimal client written
  * directly on send/recv that makes the identical byte exchange with the same
  * peer in the same run. Send(38) is a command frame, its answer, a reply

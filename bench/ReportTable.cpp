@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* bench_report: reads the JSON results of the benchmark runs (see
  * bench/report) and prints one table of library-against-floor ratios, with
  * the allocation, throughput, memory and concurrency figures below it, then

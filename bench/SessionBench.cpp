@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* The session layer against the bare Client, in the same run and against
  * the same simulator: Send(38), and a 32-bit JTAG data scan with read-back
  * (command 44, sub-command 12, then GetTDO), each made through

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* The simulator against the floor: one client's Send(38) against the
  * tetherhost simulator and against the minimal blocking server (BenchPeer)
  * in the same run; commands per second with 1, 16 and 64 concurrent clients;

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* SvfBench: the SVF player against OpenOCD's svf command and against its
  * floor, on one simulator with one TAP (chains/xc7a35t.json), with every
  * ratio taken from runs of the same round. Two files, written at run time:

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* SvfFiles: the benchmark's scans as bytes and as SVF text. */
 #include "SvfFiles.h"
 

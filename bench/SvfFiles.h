@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* SvfFiles: the SVF files the SVF benchmark plays, written at run time, and
  * the scans they make as bytes in wire order, so that the floor client can
  * make the same scans without reading SVF. Every file is for one TAP shaped

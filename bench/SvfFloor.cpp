@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* SvfFloor: the player's scans as raw frames on one socket. */
 #include "SvfFloor.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* SvfFloor: the floor the SVF player is held against. A client on plain
  * send and recv that makes, byte for byte, the exchange the library makes
  * for each compared scan the player sends (command 44, sub-command 12: the

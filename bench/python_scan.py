@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """A 32-bit JTAG data scan from Python against the same scan from C++, both
 through the session layer, against one simulator, in the same run.
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Turns the gencat source of the message catalogue into
 #   MODE=builtin: a C++ table of {number, "template"} entries for the texts
 #                 built into the library;

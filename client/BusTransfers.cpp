@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Bus transfers of the Client: SSPI (commands 50 to 52), I2C (commands 46
  * to 48) and the list of shared applications (command 41). */
 #include <cstring>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* The Client object: construction, destruction and the small accessors. */
 #include <cstdarg>
 #include <type_traits>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* clientSink: the wire layer's message sink bound to a Client, so that the
  * messages of the shared exchanges reach that Client's output. */
 #ifndef TETHERHOST_CLIENT_CLIENTSINK_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Session and connection: Client::Connect, which connects to the server on
  * 127.0.0.1:4001 (starting the server when none runs) and introduces the
  * client by name, the server reaper it installs, and Client::Disconnect. */

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Client diagnostics: posting numbered messages, the log file and the debug
  * switch. */
 #include <cstdio>

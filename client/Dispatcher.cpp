@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* The command dispatcher: Client::Send. It applies the lock gate, sends the
  * command number and takes the server's answer, hands the rest of its
  * argument list to the marshaller the command table names, and ends with the

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* The JTAG-interface sub-commands of command 44: the sub-command number as an
  * argument frame, then its arguments in the pattern the vocabulary gives. */
 #include <cstdio>

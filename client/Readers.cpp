@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Reply reading: the four Read overloads. Each asks for the server's reply
  * with the request frame "+" and NUL and takes the reply in one receive;
  * they differ only in their messages and in what they make of the text. */

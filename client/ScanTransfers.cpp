@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Scan transfers of the Client: the JTAG shift and the collection of its
  * return data (GetTDO), the generic shift (command 19) and pump data
  * (command 42). */

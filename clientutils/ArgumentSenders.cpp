@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* The four argument senders of ClientUtils. Each argument crosses as one
  * frame (its token and NUL) answered by one acknowledgement; the senders
  * differ only in how they form tokens, how they take the acknowledgement and

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* ClientUtils: construction from a Client's diagnostic identity, and its own
  * message output. */
 #include "ClientUtils.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Lock negotiation: asks the server for one of its locks and records the
  * verdict in the Client's lock flag (sessionMutex after command 4,
  * commandMutex for command 33). */

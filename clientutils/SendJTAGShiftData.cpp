@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* SendJTAGShiftData: one whole JTAG shift (command 44, sub-command 12) on an
  * open socket, without a Client. Every token goes out as a fixed 1024-byte
  * frame; only large shifts check their acknowledgements for "+". */

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Server detection: whether a tetherhost server process is running, asked of
  * pidof by process name. Connect uses it after its first connection attempt
  * was refused, to decide between waiting for a server that runs and starting

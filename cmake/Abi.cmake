@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # The recorded ABI of the shared libraries (abi/*.abi, written by abidw from
 # abigail-tools) and the target that rewrites it. The test suite compares
 # every suitable build against the record (tests/packaging); an intended

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Layers: each folder of the library and of the simulator is a layer, and
 # code names a layer's headers by folder ("protocol/Frames.h"). A target sees
 # a layer's headers only when it links that layer: each layer exposes a

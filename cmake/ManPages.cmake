@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # tetherhost_man_page(<program> NAME <one line> [INCLUDE <file.h2m>]
 #                     [SUBCOMMANDS <option>])
 #

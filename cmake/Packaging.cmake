@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Install rules and packages. Everything installed belongs to one of six
 # components, and CPack makes one Debian package of each but the last:
 #   runtime      libtetherhost-client1      the client library and its message catalogue

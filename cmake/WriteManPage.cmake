@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Writes OUTPUT (a man page) and OUTPUT.gz with help2man from PROGRAM's
 # --help and --version; see ManPages.cmake. Run as
 #   cmake -DHELP2MAN=... -DGZIP=... -DPROGRAM=... -DNAME=... [-DINCLUDE=...]

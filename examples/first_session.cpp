@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* first_session: a first program on the session layer. It opens a session
  * (the library starts the tetherhost server when none answers), lists the
  * JTAG chain, resets the TAPs and scans 32 bits of the data registers: the

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """first_session.py: a first program on the tetherhost Python module. It
 opens a session (the library starts the tetherhost server when none
 answers), lists the JTAG chain, resets the TAPs and scans 32 bits of the

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* hello_log: the smallest host application. It builds a Client, turns on a
  * log file, lets the client post a few messages and shows the lines they
  * wrote. No server is needed. */

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* list_replies: reading replies made of ";"-separated fields with
  * Read(std::vector<std::string>&). Send reads each command's integer reply
  * itself; a command that also has a text reply leaves it for the application

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* minimal_host: a complete session of a host application, in order: connect
  * (the library starts the tetherhost server when none answers), open the
  * session with command 4 (the session lock), take the command lock with 33,

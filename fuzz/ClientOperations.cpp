@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* The operations of the client fuzz targets and the run of one input. */
 #include "ClientOperations.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* The client's side of the client fuzz targets: one input's operations on a
  * Client, run against a HostileServer. The operations cover Connect, Send
  * with every marshalling, the four readers, GetTDO, Disconnect, the

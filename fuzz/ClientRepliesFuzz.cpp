@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Fuzz target "client_replies": the library against a hostile server whose
  * every record reaches the client as one receive. Every byte the server says
  * comes from the input: the answer to the client's introduction, the answers

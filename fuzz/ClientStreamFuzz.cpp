@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Fuzz target "client_stream": the library against a hostile server on a
  * stream socket, where the input decides how the server's bytes are cut
  * into the pieces that reach the client, merged across replies or split

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Fuzz target "frame_reader": the simulator's frame reader fed a hostile
  * client's bytes in pieces of any size.
  *

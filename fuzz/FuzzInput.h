@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* FuzzInput: takes typed values off the front of a fuzz input. Every read
  * succeeds: an exhausted input gives zeros and empty texts, so a harness
  * never has to check for the end and every input, however short, runs. */

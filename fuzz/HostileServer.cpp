@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* The hostile server's connections, and the socket() and connect() that the
  * library is linked to. The harness reads sockets with recvfrom, never recv:
  * the stream target wraps recv to hand out the server's pieces. */

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* HostileServer: the server's side of every connection the library opens
  * while a client fuzz target runs one input. What the server says is a queue
  * of pieces taken from the input; an empty piece closes the connection

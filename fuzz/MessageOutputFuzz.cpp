@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Fuzz target "message_output": message templates and their arguments.
  *
  * The first byte picks what is driven:

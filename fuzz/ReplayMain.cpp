@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Corpus replay: runs a fuzz target's LLVMFuzzerTestOneInput over every file
  * named on the command line (a directory stands for the files in it), so
  * that ctest replays the checked-in corpora with any compiler, libFuzzer or

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* A scratch file of this process's own in /tmp: its path names the target
  * and the process, and the file is removed when the process ends. */
 #ifndef TETHERHOST_FUZZ_SCRATCHFILE_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Fuzz target "sim_session": the simulator's conversation with a hostile
  * client. The whole input is what the client sends on one connection, from
  * its introduction on; the client then stops sending and reads (and drops)

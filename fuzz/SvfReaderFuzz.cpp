@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Fuzz target "svf_reader": an SVF file, as hostile as it comes, read by
  * the SVF reader and composed into scans.
  *

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """Writes the seed corpora fuzz/corpus/<target>/ from the conversations below.
 
 Each seed is an input in its target's layout (see the comment at the top of

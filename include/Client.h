@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Client: one host application's connection to the tetherhost server.
  * Construct it with a client name, Connect, obtain the two locks, issue
  * numbered commands with Send, collect replies with Read and scan data with

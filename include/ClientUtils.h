@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* ClientUtils: the short-lived helper that a Client operation builds on its
  * stack. It carries the argument-frame senders, server detection, the lock
  * negotiation and its own message output. Also declares SendJTAGShiftData,

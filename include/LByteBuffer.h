@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* LByteBuffer: the byte container that SendJTAGShiftData takes by value.
  * A plain copyable sequence of bytes with the two read operations that the
  * one-call JTAG shift needs. */

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* SvfPlayer: plays SVF (Serial Vector Format) files through a connected
  * Client: every SIR and SDR is one JTAG shift that the server compares
  * against the expected TDO and mask, and the other statements drive the TAP

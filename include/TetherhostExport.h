@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Symbol visibility for the exported interface of libtetherhost_client.
  * The library is built with hidden visibility by default; only what is
  * marked TETHERHOST_API is part of the dynamic symbol table. */

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* BaseSystem: the running executable's directory, read from /proc/self/exe. */
 #include "platform/BaseSystem.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* BaseSystem: facts about the running program that the library needs. */
 #ifndef TETHERHOST_PLATFORM_BASESYSTEM_H
 #define TETHERHOST_PLATFORM_BASESYSTEM_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* LByteBuffer: a copyable byte container read one byte at a time. */
 #include "LByteBuffer.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* The identifiers of the messages the library posts, one name each, in the
  * order of their numbers. The texts live in catalog/tetherhostclient.msg;
  * each name says what its text reports. */

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Template filling and the log line shared by both message-posting forms. */
 #include "platform/MessageTemplate.h"
 

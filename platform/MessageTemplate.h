@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Filling a message template: "$$s" takes the next argument as a text,
  * "$$d" the next argument as an int (written in decimal by itoa); every other
  * character, a "$" that starts neither placeholder included, is copied. */

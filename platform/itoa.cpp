@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* itoa: integer to text in a given radix, without undefined behaviour for
  * INT_MIN (the magnitude is taken in unsigned arithmetic). */
 #include "platform/itoa.h"

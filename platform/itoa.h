@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* itoa: the integer-to-text conversion that message templates use for "$$d". */
 #ifndef TETHERHOST_PLATFORM_ITOA_H
 #define TETHERHOST_PLATFORM_ITOA_H

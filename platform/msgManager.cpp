@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* The process-wide message catalogue behind every msgManager handle. */
 #include "platform/msgManager.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* msgManager: the message-catalogue service of the library. A handle names a
  * module ("tetherhostclient"); it looks message templates up by identifier
  * and posts filled messages to standard error.

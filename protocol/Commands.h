@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Commands: the command vocabulary of the tetherhost protocol: which command
  * numbers exist, which are lock-guarded, how each one's arguments travel, and
  * the argument patterns of the 144 JTAG-interface sub-commands, with names

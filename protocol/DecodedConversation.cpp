@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* DecodedConversation: the client's bytes are named by RecordedCommands;
  * the server's receives take their names from the client item they answer,
  * because the server's bytes alone do not say what they are (a "0" may be a

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* DecodedConversation: one recorded connection told as the conversation it
  * was. Every item the client sent is named by its command, sub-command and
  * argument (RecordedCommands); every answer the server gave is named by what

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* FrameReader: token and raw-byte extraction from the fed stream. */
 #include "protocol/FrameReader.h"
 

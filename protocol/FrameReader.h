@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* FrameReader: a receiving end's view of the byte stream the other end
  * sends (the simulator reads its clients with it). The network layer feeds it whatever a receive brought; the conversation pulls
  * complete items out of it: a NUL-terminated token, or an exact number of raw

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Frames: the shapes of what travels on a connection, as both ends see them.
  *
  * - Every frame, data block and chunk is at most 1024 bytes (frameSize); a

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* RecordedCommands: the client's side of the conversation, walked with the
  * frame reader the simulator's sessions receive with and the argument
  * shapes of Commands.h, in the order the simulator's session takes them off

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* RecordedCommands: what each byte a client sent on a recorded connection
  * was, read from those bytes alone the way the simulator receives them:
  * the introduction, then command after command, each command frame (the

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Reading recordings from JSON Lines, strictly: a file that does not say
  * exactly one thing per line is refused rather than half played. */
 #include "protocol/Recording.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Recording: a conversation kept as JSON Lines (docs/conversations.md), one
  * object per socket call as the client sees it, read strictly:
  *

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Status: the numbers that report how an exchange went, in two tables that
  * must not be confused.
  *

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* TapStates: the sixteen states of the IEEE 1149.1 TAP controller under the
  * numbers the JTAG-interface sub-commands carry (8 reports one; 17 to 20
  * take one), their names as sub-command 8's text gives them, and how TMS

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* tetherhost._tetherhost: the session layer (<tetherhost/session.hpp>) and
  * the SVF player bound for Python with pybind11. Every call that talks to
  * the server lets go of the interpreter lock while it waits, so other Python

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # Static analysis of the whole tree with the checked-in configurations:
 # clang-format (.clang-format: every C++ file is formatted), clang-tidy
 # (.clang-tidy) and cppcheck (the checks below and .cppcheck-suppressions),

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # The doors' baseline: OpenOCD's drscan rate through the simulator's
 # remote_bitbang door and through a minimal remote_bitbang server, the same
 # scans through the library, and openFPGALoader's --detect through the XVC

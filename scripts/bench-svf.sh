@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # The SVF player's figures (bench/SvfBench.cpp): tetherctl svf against
 # OpenOCD's svf through remote_bitbang and against a raw send/recv floor, on
 # a file of one 4 Mibit SDR and one of 10,000 SIR/SDR pairs, and tetherctl's

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # Configures and builds the project into BUILD_DIR (default: build).
 # Extra arguments go to cmake's configure step.
 set -euo pipefail

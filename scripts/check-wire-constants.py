@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """Finds wire constants written out by hand outside protocol/.
 
 The frame size (1024), the transfer failure codes (1001, 1002) and the "+"

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # Builds the libFuzzer targets with clang, AddressSanitizer and
 # UndefinedBehaviorSanitizer into BUILD_DIR (default build-fuzz) and runs each
 # for FUZZ_SECONDS (default 60) from its seed corpus fuzz/corpus/<target>

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # The simulator under bounded load, with figures on standard output: 64
 # clients for SOAK_SECONDS (default 60) with the simulator's descriptors
 # checked flat and its resident memory reported at start and end; and one

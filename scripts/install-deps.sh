@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # Installs, as root on Debian 12, every package the build, the tests and the
 # benchmarks need. Safe to run again.
 set -euo pipefail

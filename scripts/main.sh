@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # The main job on a fresh Debian machine: install what the build needs,
 # build, and list the JTAG chain of the simulator's virtual cable with
 # tetherctl. The library starts the simulator itself when no server answers

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # Bounded stress run of the JTAG shift's read-back: SHIFTS (default 100000)
 # shifts with read-back through the library against the simulator, with one
 # CPU hog per core beside them, in a network namespace of their own. Prints

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # Finds flaky tests: runs the whole ctest suite ROUNDS times in a row (default
 # 20), plain (BUILD_DIR, default build) and under AddressSanitizer and
 # UndefinedBehaviorSanitizer (ASAN_DIR, default build-asan), each with one CPU

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """The SVF corpus in tests/data/svf/: generates its generated files and checks
 its manifest against Debian's OpenOCD.
 

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # All tests on a fresh Debian machine: install what the build needs, build,
 # and run the whole suite under ctest.
 set -euo pipefail

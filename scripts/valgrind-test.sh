@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # The memory checker that ctest runs each test with under scripts/valgrind.sh:
 # ctest calls it with valgrind's options (all beginning with "--") and then
 # the test's command. The program checked is the first word of the command

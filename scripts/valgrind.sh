@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # Runs the whole test suite under valgrind memcheck, on the plain build that
 # scripts/build.sh makes in BUILD_DIR (default build; no sanitizers, which
 # valgrind cannot run beside). Every test program of ours runs as

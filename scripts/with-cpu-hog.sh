@@ -1,4 +1,5 @@
 #!/bin/sh
+# SPDX-License-Identifier: MIT
 # Runs COMMAND with one busy loop per core beside it, so that the command's
 # processes are preempted at random points as on a loaded machine; the loops
 # are ended by their process ids when the command ends. The command's exit

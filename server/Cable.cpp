@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Cable: the commands' meaning for the simulated targets. */
 #include "server/Cable.h"
 

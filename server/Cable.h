@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Cable: everything the simulated cable drives (the JTAG chain, the SSPI
  * flash, the I2C EEPROM, the pump buffer) and the list of shared
  * applications, with the meaning that the protocol's commands have for

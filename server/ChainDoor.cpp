@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* ChainDoor: a door connection's loop: ownership of the chain, what arrives
  * handed to the door's protocol, its answers sent back in one send per
  * receive, and the close traced with the TCK cycles it clocked. */

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* ChainDoor: the connections of the doors through which other tools clock
  * the chain themselves (remote_bitbang, XVC): the protocol each door speaks,
  * and the one loop that serves them all. Such a client keeps its own idea of

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* ChainFile: the --chain JSON format, and the look-up of a shipped chain by
  * its name. Numbers may be JSON integers or texts in decimal or 0x-prefixed
  * hexadecimal (IDCODEs read better in hex). */

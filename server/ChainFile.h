@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* ChainFile: reads the JSON file given with --chain, which replaces the
  * built-in cable: the JTAG devices (with the instructions and registers
  * that tools interrogate) and, optionally, the SSPI memory size, the I2C

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* ClientDrain: polling the two queues between the server's send and the
  * client's receive. */
 #include "server/ClientDrain.h"

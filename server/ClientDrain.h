@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* ClientDrain: the wait that keeps two sends of the server from merging
  * into one receive of a client that receives twice without sending in
  * between (a JTAG shift's status text and read-back; two receives in a row

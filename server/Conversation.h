@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Conversation: one connection's conversation, from the server's side,
  * shared by the files that each serve one part of it: the wire (frames in
  * and out, SessionWire.cpp), the dispatch (Session.cpp), the locks

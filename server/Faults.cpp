@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Faults: the --faults file read strictly (every problem names its rule
  * and field), and the rules tried at each answer. */
 #include "server/Faults.h"

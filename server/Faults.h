@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Faults: `tetherhost --faults FILE`, the rules by which the simulator
  * misbehaves on purpose, so that a host application's error paths can be
  * run: a server that closes or resets the connection, stalls, answers late,

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* JtagChain: the TAP controllers, their registers and the chain's scans. */
 #include "server/JtagChain.h"
 

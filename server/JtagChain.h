@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* JtagChain: the devices behind the cable's JTAG port. Each device is a TAP
  * with the 16-state controller of IEEE 1149.1, an instruction register of up
  * to 64 bits that captures its own value (...01 unless told otherwise), a

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Limits: how much of the machine one simulator lets its clients use. A
  * shared lab server must stay up whatever a client does, so every resource
  * a client can make it hold has a ceiling here, and each is documented in

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Locks: grant, refuse, release. */
 #include "server/Locks.h"
 

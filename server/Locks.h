@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Locks: the server's two locks, the session lock (asked for at the end of
  * command 4) and the command lock (command 33). Each is free or held by one
  * connection. */

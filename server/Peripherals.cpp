@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* The SSPI flash, the I2C EEPROM and the pump buffer. */
 #include "server/Peripherals.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* The cable's other targets: a small flash-like memory on the SSPI port, an
  * EEPROM-like device on the I2C bus, and the pump buffer. Plain data models,
  * independent of the connection that drives them. */

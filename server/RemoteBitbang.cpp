@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* RemoteBitbang: the requests of OpenOCD's remote_bitbang protocol carried
  * out on the virtual chain, one TCK edge at a time. */
 #include "server/RemoteBitbang.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* RemoteBitbang: OpenOCD's remote_bitbang protocol, request by request, on
  * the virtual chain. Every byte the client sends is one request: drive the
  * cable's pins ('0' to '7': TCK, TMS and TDI as the three bits of the digit),

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* RemoteBitbangSession: the remote_bitbang door's protocol for a chain door
  * connection: what arrives is carried out on the chain at once, and the TDO
  * answers go back in one send per receive, as OpenOCD batches its reads. */

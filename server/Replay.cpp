@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Replay: one recorded connection played to a client, step by step, and the
  * run's bookkeeping and reports. */
 #include "server/Replay.h"

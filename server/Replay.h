@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Replay: `tetherhost --replay FILE` serves the connections of a recording
  * (TETHERHOST_RECORD, docs/conversations.md) in order, one to each library
  * client that connects: every byte the client sends is compared with the

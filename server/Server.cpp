@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Server: the listening sockets, the connections' coroutines, signals and
  * the idle exit, and the refusal of connections it cannot serve. */
 #include "server/Server.h"

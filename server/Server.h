@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Server: listens on 127.0.0.1, runs one coroutine per connection (a
  * Session for the library's clients, or the replay of a recorded connection
  * under --replay; a ChainDoor connection on the remote_bitbang and XVC

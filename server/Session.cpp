@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Session: a connection's conversation from its introduction to its close,
  * and the dispatch of each command to the part that serves it. */
 #include "server/Conversation.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Session: the server side of one client connection, as one coroutine that
  * reads like the conversation itself: the introduction, then command after
  * command, each with exactly the frames, blocks, chunks, go tokens,

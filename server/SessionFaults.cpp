@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* SessionFaults: the rules of --faults applied to the model's answers
  * (docs/faults.md). Every answer is offered to the rules as it goes out;
  * what fires delays it, changes its bytes, sends it in pieces, refuses a

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* SessionJtag: command 44, the JTAG interface: its sub-commands and the JTAG
  * shift (sub-command 12). */
 #include "server/Conversation.h"

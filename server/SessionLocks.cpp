@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* SessionLocks: the lock requests of commands 4 and 33. */
 #include "server/Conversation.h"
 

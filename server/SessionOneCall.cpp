@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* SessionOneCall: the one-call JTAG shift, whose frames are all 1024 bytes
  * and whose later data slots are told apart by content. */
 #include "server/Conversation.h"

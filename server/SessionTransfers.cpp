@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* SessionTransfers: the data transfers of the generic shift (19), pump data
  * (42), SSPI (50 to 52) and I2C (46 to 48): their blocks in, their
  * read-backs or answers out. */

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* SessionValues: the arithmetic and text handling the conversation applies
  * to values off the wire. */
 #include "server/Conversation.h"

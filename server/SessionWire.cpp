@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* SessionWire: the conversation's frames in and out: receiving tokens,
  * bytes, blocks and chunks through the frame reader, sending answers and
  * read-backs, and keeping the status text and the read-back of a JTAG shift

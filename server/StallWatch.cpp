@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* StallWatch: arming and checking the connection's stall timer. */
 #include "server/StallWatch.h"
 

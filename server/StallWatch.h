@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* StallWatch: the limit on how long a connection may keep the server
  * waiting in the middle of something (a half-sent command, a reply it does
  * not read). One timer per connection, re-armed only when it fires, so that

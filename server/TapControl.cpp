@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* TapControl: end states, moves, RUNTEST on a virtual clock, TRST and the
  * TCK frequency. */
 #include "server/TapControl.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* TapControl: what the cable's JTAG port does beyond a scan, as an SVF
  * player needs it: the end states that scans stop in (sticky, as SVF's ENDIR
  * and ENDDR are), moves to a stable state by the shortest path or one state

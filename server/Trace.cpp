@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Trace: line formatting and output. */
 #include "server/Trace.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Trace: the --trace output, one line per frame in either direction and one
  * per connection event:
  *

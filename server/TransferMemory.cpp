@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* TransferMemory: the shared budget's bookkeeping. */
 #include "server/TransferMemory.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* TransferMemory: the budget shared by all connections for the chunked data
  * they hold between its arrival and its use (a scan's TDI, expected TDO and
  * mask, a pump block). A transfer that does not fit is still taken off the

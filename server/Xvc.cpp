@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Xvc: the Xilinx Virtual Cable commands taken off a byte stream that may
  * cut them anywhere, and carried out on the virtual chain. */
 #include "server/Xvc.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Xvc: the Xilinx Virtual Cable 1.0 protocol, command by command, on the
  * virtual chain. Three commands: "getinfo:" (answered with the server's
  * version and the longest vector it takes), "settck:" and a 4-byte period in

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* XvcSession: the XVC door's protocol for a chain door connection: what
  * arrives is handed to Xvc, which keeps a command cut between receives until
  * its rest comes; the answers of one receive go back in one send. */

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* tetherhost: the server simulator's program. Started by the library's
  * Connect with no arguments, it listens on 127.0.0.1:4001 and runs quietly
  * until a minute passes without clients; see docs/simulator.md. */

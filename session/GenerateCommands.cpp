@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* tetherhost_generate_commands: writes <tetherhost/commands.hpp> for the
  * installed session layer, which may not include protocol/. The header holds
  * what the layer checks its calls against, taken from the very tables the

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* ByteUnits: the binary multiples (Ki, Mi) in which memory limits, buffer
  * sizes and sizes shown to people are stated. Not the protocol's frame
  * size, which is a protocol/ constant of its own and only shares the value;

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* heapInUse: bytes of heap the process has allocated and not freed, from the
  * allocator that is linked in (AddressSanitizer's under it, glibc's
  * otherwise). The simulator's status report shows it, so that a client can

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* ReceiveQueue: asks the kernel's socket diagnostics how many bytes the peer
  * of a connected socket has not read yet. One NETLINK_SOCK_DIAG socket per
  * thread is opened on first use and kept, so a TCP query costs one netlink

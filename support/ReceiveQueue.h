@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* ReceiveQueue: how many bytes the other end of a connected socket has not
  * yet read. A sender uses it to keep two of its messages from merging into
  * one receive of a peer that reads twice without sending in between: before

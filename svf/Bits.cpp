@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Bits: construction, concatenation and the hex form. */
 #include "svf/Bits.h"
 

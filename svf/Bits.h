@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Bits: the bit vectors an SVF scan carries (TDI, TDO, MASK, SMASK and the
  * composed scans), in the order they go on the wire. Bit i is bit (i % 8) of
  * bytes[i / 8], and bit 0 is shifted first; in SVF's hex that is the least

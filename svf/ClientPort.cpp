@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* ClientPort: SVF operations through Client::Send and GetTDO. */
 #include "svf/ClientPort.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* ClientPort: the SVF player's operations as the library's commands: a
  * scan is one command-44 JTAG shift (sub-command 12) with the expected TDO
  * and mask as its second and third blocks, so that the server compares and

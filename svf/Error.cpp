@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Error: the located message. */
 #include "svf/Error.h"
 

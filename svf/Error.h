@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Error: what the SVF reader and the scan composer throw for a file they
  * cannot play, a syntax error and a broken rule alike, so the front end
  * handles both the same way. what() reads "FILE:LINE:COLUMN: message". */

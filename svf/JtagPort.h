@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* JtagPort: what the SVF player asks of a cable, one call per operation, so
  * that the SVF semantics (Player) stay apart from how a cable is reached
  * (ClientPort: the library's commands). Each call answers the cable's

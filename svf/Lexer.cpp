@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Lexer: tokens from the stream, refilled a piece at a time. */
 #include "svf/Lexer.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Lexer: an SVF file cut into words, hex strings and semicolons, pulled from
  * a std::istream in pieces of at most a fixed size (what has arrived, so a
  * pipe's statements are read as they come), so that its memory is the piece

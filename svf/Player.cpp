@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Player: each SVF statement as the port's operations, and the report. */
 #include "svf/Player.h"
 

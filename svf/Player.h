@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Player: plays SVF statements, one at a time, on a JtagPort. It keeps what
  * carries from statement to statement beyond the scans themselves (the
  * RUNTEST run and end states, the TAP state it last left the chain in) and

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Reader: the grammar of each statement, its numbers and its hex strings. */
 #include "svf/Reader.h"
 

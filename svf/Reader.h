@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Reader: an SVF file, pulled from a stream, as a sequence of checked
  * statements. Each statement is read whole and then handed out, so memory is
  * bounded by the largest statement, not by the file. It covers SVF as its

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* ScanComposer: the kept parameters of each scan kind and the composed scan. */
 #include "svf/ScanComposer.h"
 

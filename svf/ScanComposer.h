@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* ScanComposer: the rules that carry from one SVF statement to the next,
  * applied to the statements a Reader hands out, and the full scans they
  * make. For each of SIR, SDR, HIR, HDR, TIR and TDR it keeps the last

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* The SVF names of the TAP controller's states and of the statements. */
 #include "svf/Statement.h"
 

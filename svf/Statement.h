@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Statement: one SVF statement as the reader hands it out, checked on its
  * own (names, numbers, stable states, adjacent path steps) but not against
  * the statements before it; ScanComposer applies the rules that carry over

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* check and play: a file read statement by statement, through a port that
  * sends nothing (check) or through the client's commands (play). */
 #include "SvfPlayer.h"

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # tetherhost_add_test(): one GoogleTest program and its ctest registration.
 #
 #   tetherhost_add_test(<target> PREFIX <prefix>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* `tetherctl chain`: reset the TAPs, read every device's IDCODE with one
  * data-register scan, and show each IDCODE with its fields, together with
  * the name and instruction length the server reports for the device. */

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Decoding the chain scan and the fields of an IDCODE. */
 #include "tools/ChainScan.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Reading a JTAG chain from the bits that a data-register scan brings back
  * after a TAP reset: each device shifts out its 32-bit IDCODE (whose bit 0
  * is 1) or, without one, its one-bit BYPASS register (which captures 0); the

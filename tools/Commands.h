@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* tetherctl's subcommands: what each one asks of the server and prints.
  * The command-line parsing that fills their options lives in tetherctl.cpp. */
 #ifndef TETHERCTL_COMMANDS_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Lists tetherctl's subcommands, options and positionals from the CLI::App
  * itself (see CompletionWords.h). */
 #include "tools/CompletionWords.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* The words of tetherctl's command line, as the build reads them to write
  * the bash completion and the man page's subcommand sections: both then come
  * from the same CLI::App as --help and cannot disagree with it. */

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* tetherctl decode: a recording (TETHERHOST_RECORD) or a simulator trace
  * printed as the conversation it holds, connection by connection: who sent
  * what, named by command, sub-command and argument, with the server's

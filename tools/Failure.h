@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* How tetherctl's commands end early: a library operation that reported a
  * failure status, or a command line that cannot be carried out. main()
  * turns each into one line on standard error and an exit code. */

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Conversions between hex text, byte strings and scan values. */
 #include "tools/Hex.h"
 

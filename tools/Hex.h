@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Hexadecimal text for tetherctl's data: byte strings in wire order, and
  * scan values, whose bit 0 is the first bit shifted (bit 0 of byte 0). */
 #ifndef TETHERCTL_HEX_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Writing Json values as compact JSON text. */
 #include "tools/Json.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* A small JSON value for tetherctl's --json output: null, booleans, 64-bit
  * integers, texts, arrays and objects whose keys keep their insertion order.
  * Only writing is needed; tetherctl never parses JSON. */

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Printing a command's text lines or its JSON object. */
 #include "tools/Output.h"
 

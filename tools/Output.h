@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Output: what a tetherctl command prints on standard output. In text mode
  * lines go out as the command produces them; with --json the command fills
  * one JSON object instead, printed once when the command ends (also when it

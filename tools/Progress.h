@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* The progress bar that `tetherctl pump` and `svf` draw on standard error while a
  * file's data goes to the server: bytes done, rate and time left. It draws
  * only when the stream is a terminal, so logs and pipes stay clean. */

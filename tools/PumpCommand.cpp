@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* `tetherctl pump FILE`: the file's data go to the cable's pump buffer in
  * pieces of command 42, with a progress bar on a terminal and, on request,
  * each piece read back and compared with what was sent. Ctrl-C stops the

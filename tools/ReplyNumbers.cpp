@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Whole-text decimal numbers with explicit range checks. */
 #include "tools/ReplyNumbers.h"
 

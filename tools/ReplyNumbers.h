@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Numbers that tetherctl reads out of the server's text replies. The library
  * hands such replies over as text; tetherctl takes a number from them only
  * when the whole text is one, within the range the caller names, so that a

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* `tetherctl send CMD [ARG...]`: any command number with typed arguments,
  * for experts; and `tetherctl codes`, the table of status codes. */
 #include <string>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* The Client's life in one tetherctl run. */
 #include "tools/ServerSession.h"
 

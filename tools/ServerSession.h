@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* ServerSession: one tetherctl run's Client and its conversation with the
  * server: the diagnostics switches, Connect (which starts the server when
  * none answers), the session and command locks, the release of both locks

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Failure lines from the tables of status codes and server replies. */
 #include "tools/StatusCodes.h"
 

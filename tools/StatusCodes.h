@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* The status codes of libtetherhost_client and the negative integer replies
  * of the tetherhost simulator, as tetherctl explains them: every failure
  * line and `tetherctl codes`, from the protocol's two tables. */

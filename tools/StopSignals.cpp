@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* The stop flag and its signal handlers. */
 #include "tools/StopSignals.h"
 

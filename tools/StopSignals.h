@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Ctrl-C and SIGTERM for the commands that run long (pump, svf): the signal
  * only sets a flag, which the command reads between two steps, so the step
  * under way completes, the conversation with the server stays in step and

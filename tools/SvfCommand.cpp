@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* `tetherctl svf FILE`: plays an SVF file through the library with the SVF
  * player (libtetherhost_svf). A regular file is first read whole and checked,
  * so a file with a syntax error sends nothing; standard input ("-") and

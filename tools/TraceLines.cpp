@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* TraceLines: the trace's line is
  *   <seconds> c<connection> <client> <direction> <command> <item> <rest>
  * where rest is "<text>" <length> for a text frame, <length> for data, and

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* TraceLines: a simulator trace (tetherhost --trace FILE) read back into the
  * lines tetherctl decode prints, one connection after another. The trace
  * names every frame already; it gives data blocks by their length only and

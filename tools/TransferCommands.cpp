@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* `tetherctl shift`, `sspi` and `i2c`: one transfer each, with the data that
  * come back printed as hex. */
 #include <cstdio>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Turning a runtime list of typed arguments into a call of Client::Send.
  *
  * Every argument reaches Send with the exact type the library reads: an int

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* `tetherctl send`: any command number with arguments whose types are given
  * on the command line (i:5, s:text, x:C0FFEE). Client::Send is variadic, so
  * the runtime list has to become a real call in which every argument has the

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Writes tetherctl's bash completion OUTPUT from TEMPLATE and the words that
 # PROGRAM --completion-words prints. Run as
 #   cmake -DPROGRAM=... -DTEMPLATE=... -DOUTPUT=... -P WriteCompletion.cmake

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* tetherctl: the command-line front end of libtetherhost_client. A host
  * application of the library like any other, built on its exported headers
  * only: it connects (starting the tetherhost server when none answers),

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* MessageSink: where the wire layer's exchanges post their messages. The
  * wire layer knows message identifiers and their two texts, not the Client
  * that turns them into output: the client layer hands it a sink bound to

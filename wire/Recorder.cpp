@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Recorder: the recorded sockets and the lines written for them. */
 #include "wire/Recorder.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Recorder: when the environment variable TETHERHOST_RECORD names a file as
  * a Client connects, every send and receive on that connection is appended
  * to the file as one line of JSON (the conversation format of

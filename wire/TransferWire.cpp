@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* TransferWire: the token exchange, the chunk loop and the read-back loop
  * shared by the scan and bus marshallers. */
 #include "wire/TransferWire.h"

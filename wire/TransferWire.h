@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* TransferWire: what the scan and bus marshallers have in common on the wire.
  * Every marshaller sends integer tokens, cuts large blocks into 1024-byte
  * chunks acknowledged with "+", and may read the server's data back chunk by

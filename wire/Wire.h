@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Wire: the socket helpers every transfer of the library shares, and the
  * frame buffer in which frames are built and acknowledgements received.
  *

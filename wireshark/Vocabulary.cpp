@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Vocabulary: prints the Wireshark dissector's view of the protocol as a Lua
  * table, from the same tables the library's dispatcher and the simulator
  * use (protocol/Commands.h, Frames.h, Status.h). The build runs it and puts

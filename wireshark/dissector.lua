@@ -1,3 +1,4 @@
+-- SPDX-License-Identifier: MIT
 -- dissector.lua: the Wireshark dissector of the tetherhost protocol (TCP,
 -- 127.0.0.1:4001), for Wireshark's and tshark's Lua. The build puts the
 -- table `vocabulary`, which wireshark/Vocabulary.cpp prints from the

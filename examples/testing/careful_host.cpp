@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* careful_host: a host application that reads the IDCODEs of the JTAG
  * chain and means to get them from a lab server that misbehaves:
  *

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # with-tetherhost.sh: runs a host application against a tetherhost server
 # started for it alone, as a CI test does:
 #

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* <tetherhost/session.hpp>: the typed session layer over the exported Client.
  *
  * - Session owns one connection from start to end: it connects, opens the

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The Python first program (examples/first_session.py, shown in
 docs/python.md) against the simulator: the same lines as its C++ twin."""
 import os

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """A Python host whose server start fails: Connect forks to start the
 server, and when the program is missing the child comes back as a copy of
 the host. The copy must not run the host's Python code (not even its

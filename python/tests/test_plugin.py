@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The pytest plugin's server: the simulator ended by its pid, serving a
 recording that the module's session must match byte for byte (--replay),
 or closing the connection at a chosen command (--faults)."""

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The tetherhost module against the simulator (the tetherhost_server
 fixture, on 127.0.0.1:4001 of a network namespace of its own): each call
 family with the values the built-in chain and peripherals give, what an

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The type stubs (_tetherhost.pyi) against the module they describe: every
 class, function and constant the native module has is in the stubs with the
 same public members, and nothing more; the session's context manager is in

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The tetherhost pytest plugin: the fixture ``tetherhost_server``.
 
 The fixture starts the tetherhost simulator on 127.0.0.1:4001, where a

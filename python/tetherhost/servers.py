@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The tetherhost simulator for tests of host code, on its built-in chain or
 a chain file, replaying a recording (``--replay``) or misbehaving on purpose
 (``--faults``): every server a test needs is the simulator itself.

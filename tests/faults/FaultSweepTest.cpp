@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Fault sweeps: one whole session of every command family (connect with the
  * introduction, session open and locks, the plain commands, the readers,
  * every transfer, disconnect) is run once without faults, which numbers its

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* A network of the test program's own. The session sweeps listen on
  * 127.0.0.1:4001, the one address Connect knows; in a network namespace of
  * their own they meet neither a tetherhost server nor another test run that

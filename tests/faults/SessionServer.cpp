@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* SessionServer: one thread that polls the listener, the scripted connection,
  * the reconnections and a stop eventfd. */
 #include "SessionServer.h"

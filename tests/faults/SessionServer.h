@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* SessionServer: the server side of a fault-injection run. It plays a
  * conversation of exact client bytes and server replies (sends and receives
  * only), like the scripted peer, but is

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Every fault rule of the simulator (tetherhost --faults, docs/faults.md)
  * as a host application sees it: the real library against the simulator
  * on 127.0.0.1:4001, each test with its own simulator in namespaces of its

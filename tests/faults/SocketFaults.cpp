@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* SocketFaults: the send and recv wrappers and the per-thread fault plan. */
 #include "SocketFaults.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* SocketFaults: a link-time interposer on send and recv (the test programs
  * link with -Wl,--wrap=send,--wrap=recv, so the library's calls come here
  * first) that records every call a thread makes and makes the Nth one fail.

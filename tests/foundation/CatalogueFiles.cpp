@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Readers of the catalogue source and the posted-signature list. */
 #include "CatalogueFiles.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Readers of the two files that describe the library's messages: the
  * catalogue source (one "id text" line per message) and the list of the
  * argument kinds each identifier is posted with

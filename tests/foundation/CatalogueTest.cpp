@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* The message catalogue: the 109 identifiers with the placeholders their
  * arguments call for, and the texts built into the library (this test runs
  * with NLSPATH pointing nowhere, so no catalogue file is found). */

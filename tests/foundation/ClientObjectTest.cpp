@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* The Client object: construction, accessors, ValidClient, destruction. */
 #include <gtest/gtest.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* The debug switch and the log file of a Client. */
 #include <sys/stat.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* The message names of platform/MessageIds.h against the catalogue: every
  * name stands for an identifier of its own, every identifier the library
  * posts has a name, and the catalogue text of each carries the placeholders

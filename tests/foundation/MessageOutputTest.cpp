@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Posting numbered messages: template filling, the log line, the catalogue
  * path and the switches, with a test catalogue (found through NLSPATH) whose
  * templates exercise one filling rule each. */

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* The command table of docs/client-api.md against protocol/Commands.h: every
  * command number the table of shapes knows (and 0) is listed once, and each
  * row's argument and reply columns say what its commands' shapes send and

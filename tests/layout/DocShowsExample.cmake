@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Passes when the page DOC holds the whole text of EXAMPLE, as it stands in
 # the source tree: the first programs that the guides show are the ones the
 # tests build and run.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* docs/status-codes.md and the protocol's two tables name the same codes:
  * the first table of the page lists the library's status codes, the second
  * the simulator's replies, one row per code (a row may name two codes). */

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Compares the dynamic symbols that LIBRARY defines with EXPECTED (one
 # demangled name per line): exactly the exported interface, nothing more.
 execute_process(COMMAND nm -D --defined-only -C "${LIBRARY}"

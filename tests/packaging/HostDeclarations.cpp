@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* A host application's own declarations of the library's interface, written
  * from the documented signatures and independent of include/: linking this
  * against the library proves that every mangled name matches. Nothing here

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Installs the project into a fresh prefix under WORK_DIR with the library
 # folder LIBDIR, then builds and runs the consumer against it twice: with
 # find_package (C++20) and with pkg-config (C++11, the oldest standard the

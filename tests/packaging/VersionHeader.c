@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* tetherhost/version.h read by a C compiler and by a C++11 one: its numbers
  * are the project's (EXPECTED_* come from CMake's project version) and
  * TETHERHOST_VERSION_AT_LEAST orders versions. Compiled only: any #error

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """The programs' man pages and tetherctl's bash completion against the
 programs themselves.
 

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """Builds the Debian packages of a build tree with cpack and checks them as a
 packager would: their control fields (dpkg-deb -I), their contents, an
 install with dpkg into a fresh root with a database of its own, and a

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Reading conversations from JSON Lines: each form of line, the keys a
  * recording adds, the errors with their file and line, and a conversation
  * played by the scripted peer on a socketpair. */

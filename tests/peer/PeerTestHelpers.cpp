@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Client-side helpers for the peer tests. */
 #include "PeerTestHelpers.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Client-side helpers for the tests of the scripted peer and the receive-queue
  * probe: bounded receives, loopback connections and a descriptor count. */
 #ifndef TETHERHOST_TESTS_PEER_PEERTESTHELPERS_H

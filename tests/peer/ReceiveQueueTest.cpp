@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Tests of the peer receive-queue probe on Unix socketpairs and TCP loopback. */
 #include "PeerTestHelpers.h"
 #include "support/ReceiveQueue.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Tests of the listening scripted peer on 127.0.0.1:TETHERHOST_TEST_PORT (a
  * port of its own, not the server's): accepting, replies kept apart over TCP,
  * the next connection, a busy port and descriptor ownership. */

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Tests of the scripted peer on a Unix socketpair: matching and mismatching
  * expects, replies kept apart, bounded waits and descriptor ownership. */
 #include "PeerTestHelpers.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* The four argument senders of ClientUtils on a socketpair: frames, acknowledgements,
  * results and the messages each one posts. */
 #include <signal.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Connects from its own directory: Connect with an empty server directory,
  * for the test that the server is started beside the running executable.
  * Usage: <probe> <client name> <result file>. Writes "result <n>" to the

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Client::Connect against a server that listens on 127.0.0.1:4001: the
  * introduction by name, the requested log file and the failures after the
  * connection stands. */

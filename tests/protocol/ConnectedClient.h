@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Fixture of the tests that talk through a Client's own connection: a peer
  * listening on 127.0.0.1:4001 whose script begins with the client's
  * introduction, and a log that starts once the client is connected. */

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Client::Disconnect on a connection: the farewell command 9999, shutdown
  * and close, and what each answer of the server leads to. */
 #include <fcntl.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Client::Send: every command this library marshals itself (command frame,
  * arguments, integer reply), the lock gate with its "8888" poll, command 4,
  * the reconnect of commands 1 and 4, and the failures at each step. */

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* The jtag-scan-session conversation, made by the library. */
 #include "JtagScanSession.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* The host session of tests/data/conversations/jtag-scan-session.jsonl:
  * introduction, both locks, a 6-bit data-register scan with read-back, both
  * locks given back and the farewell, made through the library against a

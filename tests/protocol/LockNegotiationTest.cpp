@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* ClientUtils::DetermineMutex on a socketpair: the lock request, the answer
  * as a number, the flag it sets and the result. */
 #include <signal.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Helpers of the protocol tests. */
 #include "ProtocolTesting.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Helpers of the protocol tests: the expected message lines (filled from the
  * catalogue the tests run with), scripts for the connection introduction and
  * the two locks, descriptor 0 stand-ins, temporary directories and child

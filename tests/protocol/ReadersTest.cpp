@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* The four Client::Read overloads: the request frame, the one receive of the
  * reply, what each makes of it, and the status they record. */
 #include <pthread.h>

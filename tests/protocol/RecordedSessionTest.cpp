@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* A host's whole session played from a conversation file: the library's
  * calls against tests/data/conversations/jtag-scan-session.jsonl, byte for
  * byte, with the values each call returns and the scan data it brings back. */

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* TETHERHOST_RECORD: a session recorded by the library is, line for line,
  * the conversation it had (so a recording plays back as a test), each
  * connection named apart, each line carrying the client, the call's result

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* The send wrapper of the protocol tests (linked with -Wl,--wrap=send). */
 #include "SendWrap.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* The protocol tests link with -Wl,--wrap=send: every send of the library
  * (and of the test peer) goes through a wrapper that, for one watched
  * descriptor, counts the calls, records the flags and can cut the next send

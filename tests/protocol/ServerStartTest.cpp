@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Client::Connect when nobody listens on 127.0.0.1:4001: detection with
  * pidof, the start of a stand-in "tetherhost" executable, the five-second
  * wait and the second attempt, and the descriptor 0 that a refused second

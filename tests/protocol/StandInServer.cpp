@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* A stand-in for the tetherhost server executable, for the tests of the
  * server start-up in Connect. It listens on 127.0.0.1:4001, accepts its
  * clients one after another, reads each one's NUL-terminated name and

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* A Client without a connection: Disconnect on descriptor -1, and Connect
  * when no socket can be created. */
 #include <fcntl.h>

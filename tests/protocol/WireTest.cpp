@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* The frame-level helpers shared by every transfer: the failure test, the
  * send that refuses a negative length and never raises SIGPIPE, and the
  * frame buffer whose last byte is always zero. */

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Installs the build tree BUILD_DIR into a fresh prefix under WORK_DIR and
 # imports the installed module with only its site folder on the path: the
 # extension finds the library through its RPATH, the plugin's entry point is

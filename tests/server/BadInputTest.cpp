@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Bad input: the connection concerned is closed or answered, its locks are
  * released, the other clients go on being served and the server's heap does
  * not grow. */

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* The cable's targets and what the commands mean to them: the SSPI flash,
  * the I2C EEPROM at 0x50, the pump buffer, shared applications, the chain
  * description and shifts with an expected value and mask. */

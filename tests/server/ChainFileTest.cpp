@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* The --chain JSON format: what it sets, its defaults and its refusals; the
  * shipped chains; and how --chain finds a shipped chain by its name. */
 #include <gtest/gtest.h>

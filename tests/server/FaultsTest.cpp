@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* The --faults rules on their own: the file read strictly (every problem
  * named by its rule and field), which answers a rule selects, and how
  * `after`, `count` and a seeded `probability` decide when it fires. */

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* The frame reader: tokens and raw bytes come out whole whatever pieces the
  * stream arrives in; a token without a NUL within 1024 bytes is refused. */
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Hostile clients: the simulator as a shared lab server sees them. Silent
  * connections by the thousand, connections over the limit, half-sent
  * frames, too few descriptors, lock holders killed mid-transfer, and byte

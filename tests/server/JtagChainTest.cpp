@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* The JTAG chain: the TAP controller's 16 states, reset, IDCODE, BYPASS and
  * instruction capture as chain-interrogation tools rely on them, the
  * registers of listed instructions, instruction registers up to 64 bits, and

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* The real library against the real simulator on 127.0.0.1:4001: every
  * command family through Client::Send, with and without read-back, single
  * blocks and chunks, GetTDO, the locks and their gate, and the one-call

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Debian's OpenOCD against every shipped chain, through the remote_bitbang
  * door: with every TAP declared from the chain file it initialises cleanly
  * and finds every IDCODE; with none declared, its own guess of each IR

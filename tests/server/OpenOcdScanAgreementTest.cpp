@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Debian's OpenOCD, through the remote_bitbang door, and tetherctl, through
  * the library, read the same values out of the same chain: for the built-in
  * chain and every shipped chain, each as its own test, in a private network

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* How OpenOCD is told about a chain file's devices: one "jtag newtap" per
  * device with its IR length, the capture value and mask where the device
  * does not capture ...01 (OpenOCD checks ...01 by default), and the

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* The program around the server: its options, signals, idle exit, trace
  * file, chain file and start-up failures. */
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* What a replay reads from a recording before any client comes: the
  * connections of a file in order of their first line (interleaved ones
  * apart, "accept" ending one), each step's line; which command each client

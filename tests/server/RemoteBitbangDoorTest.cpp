@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* The remote_bitbang door of the simulator process: Debian's OpenOCD
  * initialising the built-in chain through it and reading what the library
  * reads, an SVF file played by OpenOCD with its TDO checks, and the rule

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* OpenOCD's remote_bitbang requests on the built-in chain, byte for byte:
  * the IDCODEs read bit by bit as OpenOCD reads them (TDO sampled with TCK
  * low, the chain clocked on the rising edge), TRST, the LED, SWD's pins,

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* tetherhost --replay: a session recorded with TETHERHOST_RECORD against the
  * simulator is served again from the recording, and the same host code
  * gets the same answers byte for byte (exit status 0); host code that sends

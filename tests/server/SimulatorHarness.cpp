@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* SimulatorHarness: processes, the raw client and /proc look-ups. */
 #include "SimulatorHarness.h"
 

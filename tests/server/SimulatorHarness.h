@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* SimulatorHarness: what the simulator's tests need around the program: a
  * simulator process started with chosen options and ended by its pid, a raw
  * client that exchanges the protocol's frames byte for byte (one send per

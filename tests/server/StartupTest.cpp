@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* The start-up path: with nothing listening on 127.0.0.1:4001 and no server
  * process running, Client::Connect starts "tetherhost" from the test
  * program's directory, waits its 5 seconds and connects to it. The test then

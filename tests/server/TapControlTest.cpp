@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Scans with a chosen end state, scans resumed from Pause without a new
  * Capture, moves along explicit paths, RUNTEST on the virtual clock, TRST and
  * the TCK frequency, on the built-in chain. */

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* tetherctl recorded and replayed: each subcommand that talks to the
  * server is run against the simulator with TETHERHOST_RECORD set, then run
  * again against `tetherhost --replay` of that recording, and prints the

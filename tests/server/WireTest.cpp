@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* The simulator process over loopback, spoken to by a raw client that sends
  * and receives exactly what the library does: every command family, with
  * the exact bytes of every answer, acknowledgement and reply. */

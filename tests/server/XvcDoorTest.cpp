@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* The XVC door of the simulator process: the built-in chain's IDCODEs read
  * through it, commands cut between sends, the rule that an open door owns
  * the chain (the library's chain operations are answered -7, a second door

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Debian's openFPGALoader (0.10) against the shipped chains it knows,
  * through the XVC door: `--detect` reads every IDCODE and names each part
  * (manufacturer, family, model, IR length) in chain order. On a chain that

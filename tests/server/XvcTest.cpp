@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* The Xilinx Virtual Cable commands on the built-in chain, byte for byte:
  * getinfo, settck, the three IDCODEs read by one shift, commands cut at
  * every byte or several in one receive, the longest shift taken, and the

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* A host application whose server start fails: SERVER_DIR holds no
  * tetherhost program. It opens a Session there (with --bare, it connects a
  * Client of its own instead), and then its own code appends one line,

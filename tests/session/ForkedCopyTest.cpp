@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* The forked copy that a failed server start leaves behind: Connect forks to
  * start the server, and when the program is missing the child comes back
  * from Connect as a copy of the host. A host built on Session must leave no

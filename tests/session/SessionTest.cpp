@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* The session layer against the simulator on 127.0.0.1:4001, in namespaces
  * of its own (RunIsolated.sh): the locks a Session holds and gives back, each
  * typed call family with the values the built-in chain and peripherals give,

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* The tests' own conversation files, found by name. */
 #include "Conversation.h"
 

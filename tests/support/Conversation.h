@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Conversation: what a scripted peer plays, kept as a data file of JSON Lines
  * (docs/conversations.md), one object per socket call as the client sees it.
  * The files are read by protocol/Recording, the reader the simulator's

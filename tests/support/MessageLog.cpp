@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* MessageLog: a temporary log file read back line by line. */
 #include "MessageLog.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* MessageLog: a temporary log file through which a test sees the numbered
  * messages an operation posted. The tests run with NLSPATH pointing at the
  * test catalogue, whose templates begin with their identifier, so the first

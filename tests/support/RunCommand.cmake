@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # run(<command> [<arg>...]): runs a command from a test script and stops the
 # script with the command's output when it fails; on success its standard
 # output is left in the variable `output` of the caller.

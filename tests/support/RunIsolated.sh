@@ -1,4 +1,5 @@
 #!/bin/sh
+# SPDX-License-Identifier: MIT
 # Runs a test program in namespaces of its own: a network namespace with
 # only its loopback, so that 127.0.0.1:4001 is the test's alone, and a PID
 # namespace with its own /proc, so that pidof sees only the processes the

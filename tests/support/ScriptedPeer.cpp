@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* ScriptedPeer: the scripted server side of a test conversation. The script
  * runs on the peer's own thread; every wait in it is bounded by the step
  * time-out and can be cut short through an eventfd that finish() and the

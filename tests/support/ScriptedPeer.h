@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* ScriptedPeer: plays the server side of a conversation from a script of
  * "expect these exact bytes" and "send these bytes" steps, on its own thread,
  * and records every byte it received. It runs on one end of a Unix socketpair

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Captures what the process writes to standard error (file descriptor 2)
  * while an object of this class lives: the catalogue service posts there. */
 #ifndef TETHERHOST_TESTS_STDERRCAPTURE_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* TempDir: mkdtemp on the way in, remove_all on the way out. */
 #include "TempDir.h"
 

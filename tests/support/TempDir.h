@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* TempDir: a private temporary directory for one test, removed with its
  * contents when the test is done. */
 #ifndef TETHERHOST_TESTS_TEMPDIR_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Calls a member that takes a va_list with an argument list made here, the
  * way Send hands its own list to the marshallers. */
 #ifndef TETHERHOST_TESTS_VALIST_H

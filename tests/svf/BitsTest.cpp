@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Tests of Bits: shift order, the cleared tail, concatenation and hex. */
 #include <gtest/gtest.h>
 

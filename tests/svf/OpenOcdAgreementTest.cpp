@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* The SVF player against Debian's OpenOCD on the corpus in tests/data/svf:
  * each file is played on a fresh simulator once by OpenOCD's svf command
  * through the remote_bitbang door and once by `tetherctl svf`, from the

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* What the player asks of the cable for each SVF statement, on a port that
  * records every operation and answers as a test tells it: end states, the
  * RUNTEST run and end states that carry over, STATE with and without a

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Tests of the reader's errors: each names the file, the line and column
  * where the trouble is, and what was expected there. */
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* The reader on a long input: a stream generated as it is read (no file,
  * no copy of the text in memory) of 50 MB of 4-Mibit SDRs. The reader must
  * hand out every statement exactly while the heap stays bounded by a few

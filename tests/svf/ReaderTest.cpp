@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Tests of the reader on well-formed SVF: every statement and its fields,
  * comments, lines, case, CRLF and tabs, hex strings in all their vendor
  * forms, number forms, summaries, positions and progress. */

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Tests of the scan composer: what each kind keeps from one statement to
  * the next, headers and trailers around the scan, and what is compared. */
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Tests of the TAP states: names, stability, the one-TCK steps, keywords. */
 #include <gtest/gtest.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Helpers of the SVF tests: a text read to its statements, scans or error. */
 #ifndef TETHERHOST_TESTS_SVF_SVFTESTING_H
 #define TETHERHOST_TESTS_SVF_SVFTESTING_H

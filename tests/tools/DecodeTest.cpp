@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* How tetherctl decode names a conversation: each client item by its
  * command, sub-command and argument, each server answer by what it answers
  * (acknowledgement, lock verdict, status, read-back, reply), protocol errors

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* The example host applications, built against an installed tree by
  * InstallExamples.cmake, run against the simulator. */
 #include <gtest/gtest.h>

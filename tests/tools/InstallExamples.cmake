@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Installs the build tree BUILD_DIR into a fresh prefix under WORK_DIR and
 # builds the installed example host applications against it, as a user
 # would: the examples folder with find_package (C++17), and minimal_host once

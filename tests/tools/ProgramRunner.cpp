@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Running programs for the tool tests. */
 #include "ProgramRunner.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Helpers for the tests of tetherctl and the examples: running a program
  * with its output captured (on pipes or on a pseudo-terminal), starting and
  * stopping the tetherhost simulator by its process id, temporary folders and

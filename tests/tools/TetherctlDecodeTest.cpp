@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* tetherctl decode on real conversations: tetherctl runs recorded with
  * TETHERHOST_RECORD against the simulator, decoded as text and as JSON; the
  * simulator's trace of the same runs decodes to the same items in the same

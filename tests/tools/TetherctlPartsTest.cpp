@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Tests of tetherctl's parts that need no server: typed arguments and the
  * shapes of `send`, hex conversions, the chain decoder, JSON output, the
  * progress bar's frame, the status-code lines and the numbers read out of

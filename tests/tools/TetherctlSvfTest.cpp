@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* `tetherctl svf` against the simulator's built-in chain: which command-44
  * exchanges each statement makes (read from the simulator's trace), the exit
  * statuses (0 passed, 1 TDO mismatch, 2 bad file, 130 Ctrl-C), the mismatch

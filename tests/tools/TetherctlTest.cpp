@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* End-to-end tests of every tetherctl subcommand against the tetherhost
  * simulator: exit codes, the exact text output, the --json output parsed,
  * the library's log file and debug output, the progress bar seen on a

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* The exact bytes that `tetherctl send` puts on the wire, seen by a scripted
  * server on 127.0.0.1:4001: every typed argument reaches the library as the
  * type it reads, in order, with byte blocks padded to their bit count. */

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* SSPI (sendSSPIShiftargs) and I2C (sendI2CShiftargs) transfers, including
  * the back-to-back pair of commands 47 and 51 on one argument list. */
 #include <climits>

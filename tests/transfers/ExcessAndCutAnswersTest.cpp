@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* A server that says more than it was asked for, or that closes in the
  * middle of a chunk. Every receive stays within its frame buffer; bytes
  * beyond what a receive asked for wait in the socket and answer the next

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* The byte and chunk counts and the bit reversal that both ends of the
  * protocol share. */
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* The generic shift of command 19 (sendShiftargs). */
 #include <climits>
 #include <ostream>

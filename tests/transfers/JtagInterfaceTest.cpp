@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* The JTAG-interface sub-commands of command 44 (JTAGInterfaceFunc): every
  * number with the arguments of its pattern, and the edge cases of the
  * decimal-fraction frames and the patterns that ignore failures. */

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* The JTAG shift's read-back when the status text and the read-back arrive
  * in one receive, as a stream socket may deliver them: the library takes the
  * bytes behind the status text's NUL as the read-back's first bytes, never

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* The JTAG shift (sendJTAGShiftargs) and the collection of scan return data
  * (both GetTDO overloads). */
 #include <climits>

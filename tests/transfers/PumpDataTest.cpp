@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Pump data of command 42 (sendPumpData). */
 #include <climits>
 

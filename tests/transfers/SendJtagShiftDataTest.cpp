@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* The one-call JTAG shift SendJTAGShiftData on byte buffers. */
 #include <climits>
 

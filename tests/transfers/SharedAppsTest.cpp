@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* The shared applications list of command 41 (sendSharedApps). */
 #include "TransferTesting.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* The transfers reached through Client::Send on a connected client: the two
  * back-to-back transfers of commands 47 and 51 on one argument list, and the
  * status that Send records for a marshaller. The peer listens on

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Shared set-up of the transfer tests: a Client named "xfer" that logs its
  * messages, a scripted peer on a socketpair playing the server, calls of the
  * marshallers with an argument list built in place, and byte helpers for the

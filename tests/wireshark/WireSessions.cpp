@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* WireSessions: the host application whose connections the dissector's tests
  * capture. Each session named on the command line is one connection (the
  * client name is the session's name) that goes through one command family

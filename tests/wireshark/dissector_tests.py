@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """The Wireshark dissector's tests, one per run:
 
     dissector_tests.py TEST --dissector tetherhost.lua --bin BUILD/bin

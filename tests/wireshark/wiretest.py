@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Helpers of the dissector's tests: capturing the loopback with dumpcap,
 running the simulator, writing captures of crafted traffic, running tshark
 with the dissector and reading back what it decoded, and reading the

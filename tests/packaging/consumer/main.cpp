@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* A tiny host application: builds a Client, logs one message, prints it,
  * then the version of the headers it was built against. */
 #include <tetherhost/version.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Must not compile: an argument for command 38, which takes none.
  * Its twin (TETHERHOST_TWIN) makes the same call correctly and must compile,
  * so that this file fails for its own reason and not for a broken build. */

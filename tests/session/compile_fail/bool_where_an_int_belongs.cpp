@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Must not compile: a bool for TRST, which is an int.
  * Its twin (TETHERHOST_TWIN) makes the same call correctly and must compile,
  * so that this file fails for its own reason and not for a broken build. */

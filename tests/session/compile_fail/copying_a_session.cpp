@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Must not compile: a copy of a Session, which owns its connection.
  * Its twin (TETHERHOST_TWIN) makes the same call correctly and must compile,
  * so that this file fails for its own reason and not for a broken build. */

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Must not compile: a double where command 5 reads an int (through Send it was taken as 0).
  * Its twin (TETHERHOST_TWIN) makes the same call correctly and must compile,
  * so that this file fails for its own reason and not for a broken build. */

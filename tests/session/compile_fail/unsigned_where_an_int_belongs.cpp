@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Must not compile: an unsigned int, which an int does not hold, for the TCK frequency.
  * Its twin (TETHERHOST_TWIN) makes the same call correctly and must compile,
  * so that this file fails for its own reason and not for a broken build. */

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* Wire constants written out, each of which the check must report; the
  * comment's 1024 and "+" and the message identifier "1001" are not. */
 constexpr int frame = 1024;
