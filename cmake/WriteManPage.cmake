@@ -4,14 +4,7 @@
 #   cmake -DHELP2MAN=... -DGZIP=... -DPROGRAM=... -DNAME=... [-DINCLUDE=...]
 #         [-DSUBCOMMANDS=<listing option>] -DOUTPUT=... -P WriteManPage.cmake
 
-# run(<command>...): its standard output in `output`, or the script stops.
-function(run)
-  execute_process(COMMAND ${ARGV} RESULT_VARIABLE status OUTPUT_VARIABLE out ERROR_VARIABLE err)
-  if(NOT status EQUAL 0)
-    message(FATAL_ERROR "failed: ${ARGV}\n${out}\n${err}")
-  endif()
-  set(output "${out}" PARENT_SCOPE)
-endfunction()
+include(${CMAKE_CURRENT_LIST_DIR}/RunCommand.cmake)
 
 get_filename_component(programName "${PROGRAM}" NAME)
 set(include "${OUTPUT}.h2m")

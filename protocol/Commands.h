@@ -255,6 +255,49 @@ struct SubCommand {
     int count = 0;
 };
 
+/* The enumerators' own names, for the programs that write these tables out
+ * for other languages (the session layer's generated header, the Wireshark
+ * dissector's Lua vocabulary). Every enumerator has a case and there is no
+ * default, so a new kind stops them compiling until it is named; a value
+ * outside the enumeration has none (null). */
+constexpr const char* nameOf(Marshal marshal) {
+    switch (marshal) {
+    case Marshal::Nothing: return "Nothing";
+    case Marshal::Unknown: return "Unknown";
+    case Marshal::TextsLenient: return "TextsLenient";
+    case Marshal::Ints: return "Ints";
+    case Marshal::TextsStrict: return "TextsStrict";
+    case Marshal::HeaderTrailer: return "HeaderTrailer";
+    case Marshal::OpenSession: return "OpenSession";
+    case Marshal::CommandLock: return "CommandLock";
+    case Marshal::ReleaseCommandLock: return "ReleaseCommandLock";
+    case Marshal::ReleaseSessionLock: return "ReleaseSessionLock";
+    case Marshal::Farewell: return "Farewell";
+    case Marshal::GenericShift: return "GenericShift";
+    case Marshal::SharedApps: return "SharedApps";
+    case Marshal::PumpData: return "PumpData";
+    case Marshal::JtagInterface: return "JtagInterface";
+    case Marshal::I2C: return "I2C";
+    case Marshal::SSPI: return "SSPI";
+    }
+    return nullptr;
+}
+
+constexpr const char* nameOf(SubPattern pattern) {
+    switch (pattern) {
+    case SubPattern::Unknown: return "Unknown";
+    case SubPattern::NoArgs: return "NoArgs";
+    case SubPattern::Ints: return "Ints";
+    case SubPattern::Texts: return "Texts";
+    case SubPattern::IntTextInt: return "IntTextInt";
+    case SubPattern::IntThenEmptyText: return "IntThenEmptyText";
+    case SubPattern::FractionStrict: return "FractionStrict";
+    case SubPattern::FractionFixed: return "FractionFixed";
+    case SubPattern::JtagShift: return "JtagShift";
+    }
+    return nullptr;
+}
+
 inline constexpr int subCommandCount = 144;
 
 namespace detail {

@@ -34,46 +34,6 @@ constexpr BuiltinMessage builtinMessages[] = {
 #include "BuiltinMessages.inc"
 };
 
-/* Every enumerator has a case and there is no default, so a new kind in
- * protocol/Commands.h stops this program from compiling until it is named. */
-const char* nameOf(Marshal marshal) {
-    switch (marshal) {
-    case Marshal::Nothing: return "Nothing";
-    case Marshal::Unknown: return "Unknown";
-    case Marshal::TextsLenient: return "TextsLenient";
-    case Marshal::Ints: return "Ints";
-    case Marshal::TextsStrict: return "TextsStrict";
-    case Marshal::HeaderTrailer: return "HeaderTrailer";
-    case Marshal::OpenSession: return "OpenSession";
-    case Marshal::CommandLock: return "CommandLock";
-    case Marshal::ReleaseCommandLock: return "ReleaseCommandLock";
-    case Marshal::ReleaseSessionLock: return "ReleaseSessionLock";
-    case Marshal::Farewell: return "Farewell";
-    case Marshal::GenericShift: return "GenericShift";
-    case Marshal::SharedApps: return "SharedApps";
-    case Marshal::PumpData: return "PumpData";
-    case Marshal::JtagInterface: return "JtagInterface";
-    case Marshal::I2C: return "I2C";
-    case Marshal::SSPI: return "SSPI";
-    }
-    return nullptr;
-}
-
-const char* nameOf(SubPattern pattern) {
-    switch (pattern) {
-    case SubPattern::Unknown: return "Unknown";
-    case SubPattern::NoArgs: return "NoArgs";
-    case SubPattern::Ints: return "Ints";
-    case SubPattern::Texts: return "Texts";
-    case SubPattern::IntTextInt: return "IntTextInt";
-    case SubPattern::IntThenEmptyText: return "IntThenEmptyText";
-    case SubPattern::FractionStrict: return "FractionStrict";
-    case SubPattern::FractionFixed: return "FractionFixed";
-    case SubPattern::JtagShift: return "JtagShift";
-    }
-    return nullptr;
-}
-
 /* The enumerators in the order of their values, up to the first value
  * without a name. */
 template <class Enum>

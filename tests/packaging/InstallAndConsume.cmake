@@ -11,7 +11,7 @@
 file(REMOVE_RECURSE "${WORK_DIR}")
 set(prefix "${WORK_DIR}/prefix")
 
-include(${CMAKE_CURRENT_LIST_DIR}/../support/RunCommand.cmake)
+include(${CMAKE_CURRENT_LIST_DIR}/../../cmake/RunCommand.cmake)
 
 if(SOURCE_ROOT)
   set(BUILD_DIR "${WORK_DIR}/library-build")

@@ -8,7 +8,7 @@
 # imports with no path set at all.
 file(REMOVE_RECURSE "${WORK_DIR}")
 set(prefix "${WORK_DIR}/prefix")
-include(${CMAKE_CURRENT_LIST_DIR}/../support/RunCommand.cmake)
+include(${CMAKE_CURRENT_LIST_DIR}/../../cmake/RunCommand.cmake)
 # (The Python lines below are joined by newlines: run() takes its arguments
 # as a CMake list, in which a semicolon would split one.)
 

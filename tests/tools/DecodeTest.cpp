@@ -41,27 +41,26 @@ std::vector<DecodedLine> decoded(const std::string& recording) {
     return connections.empty() ? std::vector<DecodedLine>{} : decodeConnection(connections.front());
 }
 
+/* A client's introduction and a JTAG shift of `bits` bits with an expected
+ * block, every frame acknowledged, up to its go token: the recording lines
+ * (`tdi` in hex, with the zero byte that follows a whole block). */
+std::string shiftUpToItsGo(const std::string& name, int bits, const std::string& tdi) {
+    const auto line = [](const std::string& dir, const std::string& kind, const std::string& value) {
+        return "{\"dir\":\"" + dir + "\",\"" + kind + "\":\"" + value + "\"}\n";
+    };
+    const std::string nul = "\\u0000";
+    const std::string acknowledged = line("recv", "text", "+" + nul);
+    std::string recording = line("send", "text", name + nul) + acknowledged;
+    for (const std::string& frame : {std::string("44"), std::string("12"), std::string("0"), std::to_string(bits),
+                                     std::string("1"), std::string("0")})
+        recording += line("send", "text", frame + nul) + acknowledged;
+    recording += line("send", "hex", tdi) + acknowledged + line("send", "hex", "0000") + acknowledged;
+    return recording + line("send", "text", "+" + nul);
+}
+
 TEST(Decode, AJtagShiftIsToldItemByItemWithItsStatusAndTdo) {
-    const std::vector<DecodedLine> lines = decoded(R"({"dir":"send","text":"board1\u0000"}
-{"dir":"recv","text":"+\u0000"}
-{"dir":"send","text":"44\u0000"}
-{"dir":"recv","text":"+\u0000"}
-{"dir":"send","text":"12\u0000"}
-{"dir":"recv","text":"+\u0000"}
-{"dir":"send","text":"0\u0000"}
-{"dir":"recv","text":"+\u0000"}
-{"dir":"send","text":"6\u0000"}
-{"dir":"recv","text":"+\u0000"}
-{"dir":"send","text":"1\u0000"}
-{"dir":"recv","text":"+\u0000"}
-{"dir":"send","text":"0\u0000"}
-{"dir":"recv","text":"+\u0000"}
-{"dir":"send","hex":"3f00"}
-{"dir":"recv","text":"+\u0000"}
-{"dir":"send","hex":"0000"}
-{"dir":"recv","text":"+\u0000"}
-{"dir":"send","text":"+\u0000"}
-{"dir":"recv","text":"0\u0000"}
+    const std::vector<DecodedLine> lines =
+        decoded(shiftUpToItsGo("board1", 6, "3f00") + R"({"dir":"recv","text":"0\u0000"}
 {"dir":"recv","hex":"38"}
 {"dir":"send","text":"+\u0000"}
 {"dir":"recv","text":"0\u0000"}
@@ -96,26 +95,7 @@ TEST(Decode, AJtagShiftIsToldItemByItemWithItsStatusAndTdo) {
 }
 
 TEST(Decode, AStatusThatBringsTheReadBackInItsReceiveIsSplitInTwo) {
-    const std::vector<DecodedLine> lines = decoded(R"({"dir":"send","text":"n\u0000"}
-{"dir":"recv","text":"+\u0000"}
-{"dir":"send","text":"44\u0000"}
-{"dir":"recv","text":"+\u0000"}
-{"dir":"send","text":"12\u0000"}
-{"dir":"recv","text":"+\u0000"}
-{"dir":"send","text":"0\u0000"}
-{"dir":"recv","text":"+\u0000"}
-{"dir":"send","text":"8\u0000"}
-{"dir":"recv","text":"+\u0000"}
-{"dir":"send","text":"1\u0000"}
-{"dir":"recv","text":"+\u0000"}
-{"dir":"send","text":"0\u0000"}
-{"dir":"recv","text":"+\u0000"}
-{"dir":"send","hex":"a500"}
-{"dir":"recv","text":"+\u0000"}
-{"dir":"send","hex":"0000"}
-{"dir":"recv","text":"+\u0000"}
-{"dir":"send","text":"+\u0000"}
-{"dir":"recv","hex":"2d350081"}
+    const std::vector<DecodedLine> lines = decoded(shiftUpToItsGo("n", 8, "a500") + R"({"dir":"recv","hex":"2d350081"}
 )");
     ASSERT_EQ(lines.size(), 21u);
     EXPECT_EQ(lines[19].item, "status");

@@ -10,7 +10,7 @@ file(REMOVE_RECURSE "${WORK_DIR}")
 set(prefix "${WORK_DIR}/prefix")
 set(build "${WORK_DIR}/build")
 
-include(${CMAKE_CURRENT_LIST_DIR}/../support/RunCommand.cmake)
+include(${CMAKE_CURRENT_LIST_DIR}/../../cmake/RunCommand.cmake)
 
 run(${CMAKE_COMMAND} --install "${BUILD_DIR}" --prefix "${prefix}")
 set(examples "${prefix}/share/doc/tetherhost/examples")
