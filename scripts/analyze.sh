@@ -6,8 +6,9 @@
 # the last two over every translation unit of a clang configuration with
 # CMAKE_EXPORT_COMPILE_COMMANDS=ON in BUILD_DIR (default build-analyze),
 # the tests, tools, benchmarks and fuzz targets included.
-# Nothing is compiled but the message texts the sources include. A finding of
-# any tool fails the run. Extra arguments go to cmake's configure step.
+# Nothing is compiled but what the sources include from the build: the
+# message texts and the session layer's generated command header. A finding
+# of any tool fails the run. Extra arguments go to cmake's configure step.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 source_dir=$(pwd)
@@ -23,7 +24,7 @@ run_clang_tidy=$(command -v run-clang-tidy-14 || command -v run-clang-tidy) || {
 CC=clang CXX=clang++ cmake -S . -B "$build_dir" -G Ninja -DCMAKE_EXPORT_COMPILE_COMMANDS=ON \
   -DTETHERHOST_BUILD_FUZZ=ON -DTETHERHOST_SANITIZE=ON -DTETHERHOST_BUILD_TESTS=ON \
   -DTETHERHOST_BUILD_TOOLS=ON -DTETHERHOST_BUILD_BENCH=ON "$@" >/dev/null
-cmake --build "$build_dir" --target tetherhost_catalogues >/dev/null
+cmake --build "$build_dir" --target tetherhost_catalogues tetherhost_commands_header >/dev/null
 
 status=0
 echo "== clang-format"

@@ -16,7 +16,6 @@ namespace {
 
 namespace protocol = tetherhost::protocol;
 using protocol::Marshal;
-using protocol::SubPattern;
 
 /* The largest command number the table of shapes is asked about: every
  * number above the named ones is unknown, like the negative ones. */

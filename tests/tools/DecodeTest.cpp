@@ -49,12 +49,15 @@ std::string shiftUpToItsGo(const std::string& name, int bits, const std::string&
         return "{\"dir\":\"" + dir + "\",\"" + kind + "\":\"" + value + "\"}\n";
     };
     const std::string nul = "\\u0000";
-    const std::string acknowledged = line("recv", "text", "+" + nul);
-    std::string recording = line("send", "text", name + nul) + acknowledged;
-    for (const std::string& frame : {std::string("44"), std::string("12"), std::string("0"), std::to_string(bits),
+    std::string recording;
+    const auto acknowledgedSend = [&](const std::string& kind, const std::string& value) {
+        recording += line("send", kind, value);
+        recording += line("recv", "text", "+" + nul);
+    };
+    for (const std::string& frame : {name, std::string("44"), std::string("12"), std::string("0"), std::to_string(bits),
                                      std::string("1"), std::string("0")})
-        recording += line("send", "text", frame + nul) + acknowledged;
-    recording += line("send", "hex", tdi) + acknowledged + line("send", "hex", "0000") + acknowledged;
+        acknowledgedSend("text", frame + nul);
+    for (const std::string& block : {tdi, std::string("0000")}) acknowledgedSend("hex", block);
     return recording + line("send", "text", "+" + nul);
 }
 
